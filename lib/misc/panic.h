@@ -1,0 +1,3 @@
+#pragma once
+// Ends the process. Never returns.
+[[noreturn]] void Panic(const char *format, ...);
