@@ -1,0 +1,1 @@
+#include "config/XmlAccess.h"
