@@ -1,0 +1,90 @@
+#include "LogCapture.h"
+
+#include <windows.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+namespace {
+
+std::wstring GetEnv(const wchar_t *name)
+{
+   wchar_t value[MAX_PATH] = {};
+   DWORD length = GetEnvironmentVariableW(name, value, MAX_PATH);
+   return std::wstring(value, length < MAX_PATH ? length : 0);
+}
+
+void RemoveTree(const std::wstring &directory)
+{
+   WIN32_FIND_DATAW data;
+   HANDLE find = FindFirstFileW((directory + L"\\*").c_str(), &data);
+   if (find != INVALID_HANDLE_VALUE) {
+      do {
+         std::wstring name = data.cFileName;
+         if (name == L"." || name == L"..") {
+            continue;
+         }
+         std::wstring path = directory + L"\\" + name;
+         if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+            RemoveTree(path);
+         } else {
+            SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+            DeleteFileW(path.c_str());
+         }
+      } while (FindNextFileW(find, &data));
+      FindClose(find);
+   }
+   RemoveDirectoryW(directory.c_str());
+}
+
+} // namespace
+
+LogCapture::LogCapture() : savedTmp_(GetEnv(L"TMP")), savedTemp_(GetEnv(L"TEMP"))
+{
+   static unsigned serial = 0;
+   wchar_t base[MAX_PATH];
+   GetTempPathW(MAX_PATH, base);
+   directory_ = std::wstring(base) + L"vtrlog-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                std::to_wstring(++serial);
+   RemoveTree(directory_);
+   CreateDirectoryW(directory_.c_str(), nullptr);
+   // GetTempPath reads TMP first, then TEMP; both are set so either lookup finds the directory.
+   SetEnvironmentVariableW(L"TMP", (directory_ + L"\\").c_str());
+   SetEnvironmentVariableW(L"TEMP", (directory_ + L"\\").c_str());
+}
+
+LogCapture::~LogCapture()
+{
+   SetEnvironmentVariableW(L"TMP", savedTmp_.empty() ? nullptr : savedTmp_.c_str());
+   SetEnvironmentVariableW(L"TEMP", savedTemp_.empty() ? nullptr : savedTemp_.c_str());
+   RemoveTree(directory_);
+}
+
+std::string LogCapture::Contents() const
+{
+   std::ifstream file(directory_ + L"\\MigrVantora.log", std::ios::binary);
+   std::ostringstream text;
+   text << file.rdbuf();
+   return text.str();
+}
+
+std::vector<std::string> LogCapture::Entries() const
+{
+   static const std::regex head(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} <\d+> \[\d+\] )");
+   std::vector<std::string> entries;
+   std::istringstream lines(Contents());
+   std::string line;
+   while (std::getline(lines, line)) {
+      if (!line.empty() && line.back() == '\r') {
+         line.pop_back();
+      }
+      std::smatch match;
+      if (std::regex_search(line, match, head)) {
+         entries.push_back(match.suffix());
+      } else if (!entries.empty()) {
+         entries.back() += "\n" + line;
+      }
+   }
+   return entries;
+}

@@ -1,0 +1,25 @@
+#pragma once
+// Points the migration log at a fresh temporary directory for one test and reads it back.
+#include <string>
+#include <vector>
+
+class LogCapture
+{
+public:
+   LogCapture();
+   ~LogCapture();
+   LogCapture(const LogCapture &) = delete;
+   LogCapture &operator=(const LogCapture &) = delete;
+
+   // The raw bytes of MigrVantora.log, empty if it was never written.
+   std::string Contents() const;
+   // Each entry with the timestamp, process and thread ids cut off: "INFO Enter function: X."
+   // A message whose system text spans lines stays one entry.
+   std::vector<std::string> Entries() const;
+   const std::wstring &Directory() const { return directory_; }
+
+private:
+   std::wstring directory_;
+   std::wstring savedTmp_;
+   std::wstring savedTemp_;
+};
