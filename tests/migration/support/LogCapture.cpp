@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-#include <fstream>
+#include <cstdio>
 #include <regex>
 #include <sstream>
 
@@ -63,10 +63,18 @@ LogCapture::~LogCapture()
 
 std::string LogCapture::Contents() const
 {
-   std::ifstream file(directory_ + L"\\MigrVantora.log", std::ios::binary);
-   std::ostringstream text;
-   text << file.rdbuf();
-   return text.str();
+   std::string text;
+   FILE *file = _wfopen((directory_ + L"\\MigrVantora.log").c_str(), L"rb");
+   if (file == nullptr) {
+      return text;
+   }
+   char chunk[4096];
+   size_t read;
+   while ((read = fread(chunk, 1, sizeof(chunk), file)) > 0) {
+      text.append(chunk, read);
+   }
+   fclose(file);
+   return text;
 }
 
 std::vector<std::string> LogCapture::Entries() const
