@@ -58,6 +58,212 @@ void AppendLogLine(const std::string &line)
    fclose(file);
 }
 
+namespace {
+
+// One conversion of a format string, as far as the runtime needs it to fetch an argument.
+struct Conversion {
+   std::string flags;
+   bool widthFromArgument = false;
+   std::string width;
+   bool precisionFromArgument = false;
+   bool hasPrecision = false;
+   std::string precision;
+   std::string size; // "h", "hh", "l", "ll", "L", "w", "I", "I32", "I64", "z", "j", "t"
+   char type = 0;
+};
+
+const char *ParseConversion(const char *p, Conversion &c)
+{
+   while (*p && strchr("-+ #0'", *p)) {
+      c.flags += *p++;
+   }
+   if (*p == '*') {
+      c.widthFromArgument = true;
+      ++p;
+   } else {
+      while (*p >= '0' && *p <= '9') {
+         c.width += *p++;
+      }
+   }
+   if (*p == '.') {
+      c.hasPrecision = true;
+      ++p;
+      if (*p == '*') {
+         c.precisionFromArgument = true;
+         ++p;
+      } else {
+         while (*p >= '0' && *p <= '9') {
+            c.precision += *p++;
+         }
+      }
+   }
+   if (strncmp(p, "I64", 3) == 0 || strncmp(p, "I32", 3) == 0) {
+      c.size.assign(p, 3);
+      p += 3;
+   } else if (strncmp(p, "hh", 2) == 0 || strncmp(p, "ll", 2) == 0) {
+      c.size.assign(p, 2);
+      p += 2;
+   } else if (*p && strchr("hlLwIzjtq", *p)) {
+      c.size.assign(p, 1);
+      ++p;
+   }
+   c.type = *p;
+   return *p ? p + 1 : p;
+}
+
+bool IsWideString(const Conversion &c)
+{
+   if (c.type == 's') {
+      return c.size == "l" || c.size == "w";
+   }
+   return c.type == 'S' && c.size != "h";
+}
+
+bool Is64BitInteger(const Conversion &c)
+{
+   return c.size == "ll" || c.size == "I64" || c.size == "I" || c.size == "z" || c.size == "j" ||
+          c.size == "t" || c.size == "q";
+}
+
+std::string WideToUtf8Text(const wchar_t *text, int length)
+{
+   if (length == 0) {
+      return std::string();
+   }
+   const int bytes = WideCharToMultiByte(CP_UTF8, 0, text, length, nullptr, 0, nullptr, nullptr);
+   std::string result(bytes > 0 ? bytes : 0, '\0');
+   if (bytes > 0) {
+      WideCharToMultiByte(CP_UTF8, 0, text, length, result.data(), bytes, nullptr, nullptr);
+   }
+   return result;
+}
+
+template <typename T>
+void AppendOne(std::string &out, const std::string &spec, int width, int precision, int stars, T value)
+{
+   // stars: 0 none, 1 width only, 2 precision only, 3 both.
+   int needed;
+   switch (stars) {
+   case 1: needed = _scprintf(spec.c_str(), width, value); break;
+   case 2: needed = _scprintf(spec.c_str(), precision, value); break;
+   case 3: needed = _scprintf(spec.c_str(), width, precision, value); break;
+   default: needed = _scprintf(spec.c_str(), value); break;
+   }
+   if (needed <= 0) {
+      return;
+   }
+   std::string piece(needed + 1, '\0');
+   switch (stars) {
+   case 1: _snprintf(piece.data(), piece.size(), spec.c_str(), width, value); break;
+   case 2: _snprintf(piece.data(), piece.size(), spec.c_str(), precision, value); break;
+   case 3: _snprintf(piece.data(), piece.size(), spec.c_str(), width, precision, value); break;
+   default: _snprintf(piece.data(), piece.size(), spec.c_str(), value); break;
+   }
+   out.append(piece.data(), needed);
+}
+
+// Formats with the C runtime, one conversion at a time. The runtime's own %S converts wide
+// text through the "C" locale and gives up on the first character it can't map, losing the
+// rest of the line; user names and paths in any alphabet have to reach the log, so wide
+// strings are turned into UTF-8 here and handed to the runtime as narrow ones.
+std::string FormatLogText(const char *format, va_list args)
+{
+   std::string out;
+   const char *p = format;
+   while (*p) {
+      if (*p != '%') {
+         const char *literal = p;
+         while (*p && *p != '%') {
+            ++p;
+         }
+         out.append(literal, p - literal);
+         continue;
+      }
+      if (p[1] == '%') {
+         out += '%';
+         p += 2;
+         continue;
+      }
+      Conversion c;
+      const char *end = ParseConversion(p + 1, c);
+      const int width = c.widthFromArgument ? va_arg(args, int) : 0;
+      int precision = c.precisionFromArgument ? va_arg(args, int) : -1;
+      const int stars = (c.widthFromArgument ? 1 : 0) | (c.precisionFromArgument ? 2 : 0);
+      if (c.hasPrecision && !c.precisionFromArgument) {
+         precision = c.precision.empty() ? 0 : atoi(c.precision.c_str());
+      }
+      std::string spec = "%" + c.flags + (c.widthFromArgument ? "*" : c.width);
+      if (c.hasPrecision) {
+         spec += c.precisionFromArgument ? ".*" : "." + c.precision;
+      }
+
+      switch (c.type) {
+      case 'd':
+      case 'i':
+      case 'u':
+      case 'o':
+      case 'x':
+      case 'X':
+         if (Is64BitInteger(c)) {
+            AppendOne(out, spec + "I64" + c.type, width, precision, stars, va_arg(args, long long));
+         } else {
+            std::string sized = c.size == "h" || c.size == "hh" ? c.size : "";
+            AppendOne(out, spec + sized + c.type, width, precision, stars, va_arg(args, int));
+         }
+         break;
+      case 'c':
+      case 'C':
+         if ((c.type == 'C' && c.size != "h") || c.size == "l" || c.size == "w") {
+            const wchar_t wide = static_cast<wchar_t>(va_arg(args, int));
+            AppendOne(out, spec + "s", width, -1, stars & 1, WideToUtf8Text(&wide, 1).c_str());
+         } else {
+            AppendOne(out, spec + "c", width, precision, stars, va_arg(args, int));
+         }
+         break;
+      case 's':
+      case 'S':
+         if (IsWideString(c)) {
+            const wchar_t *text = va_arg(args, const wchar_t *);
+            std::string narrow = "(null)";
+            if (text != nullptr) {
+               int length = static_cast<int>(wcslen(text));
+               if (precision >= 0 && precision < length) {
+                  length = precision;
+               }
+               narrow = WideToUtf8Text(text, length);
+            }
+            // The precision has been applied in characters already; width stays the runtime's.
+            std::string narrowSpec = "%" + c.flags + (c.widthFromArgument ? "*" : c.width) + "s";
+            AppendOne(out, narrowSpec, width, -1, stars & 1, narrow.c_str());
+         } else {
+            AppendOne(out, spec + "s", width, precision, stars, va_arg(args, const char *));
+         }
+         break;
+      case 'p':
+         AppendOne(out, spec + "p", width, precision, stars, va_arg(args, void *));
+         break;
+      case 'e':
+      case 'E':
+      case 'f':
+      case 'g':
+      case 'G':
+      case 'a':
+      case 'A':
+         AppendOne(out, spec + c.type, width, precision, stars,
+                   c.size == "L" ? static_cast<double>(va_arg(args, long double)) : va_arg(args, double));
+         break;
+      default:
+         // Unknown or %n: written as it stands, consuming nothing.
+         out.append(p, end - p);
+         break;
+      }
+      p = end;
+   }
+   return out;
+}
+
+} // namespace
+
 void LogMessage(uint32_t level, const char *format, ...)
 {
    const DWORD processId = GetCurrentProcessId();
@@ -71,17 +277,16 @@ void LogMessage(uint32_t level, const char *format, ...)
    snprintf(timestamp, sizeof(timestamp), "%4d-%02d-%02d %02d:%02d:%02d.%03d", now.wYear, now.wMonth,
             now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds);
 
-   // Zeroed first: the runtime's formatter leaves a cut message unterminated.
-   char message[MessageBufferSize] = {};
    va_list args;
    va_start(args, format);
-   // The runtime's own _vsnprintf, not the C99 formatter that mingw puts behind vsnprintf:
-   // callers rely on its %S and %ws reading wide strings.
-   _vsnprintf(message, MessageBufferSize - 1, format, args);
+   std::string message = FormatLogText(format, args);
    va_end(args);
+   if (message.size() > MessageBufferSize - 1) {
+      message.resize(MessageBufferSize - 1);
+   }
 
    std::string line;
-   line.reserve(128 + strlen(message));
+   line.reserve(128 + message.size());
    line += timestamp;
    line += " <" + std::to_string(processId) + "> ";
    line += "[" + std::to_string(threadId) + "] ";
