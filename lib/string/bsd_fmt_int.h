@@ -1,0 +1,109 @@
+#pragma once
+// Integer and exponent text for both engines: one body, instantiated for narrow and for
+// 16-bit characters. Internal to lib/string.
+
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+
+namespace bsdfmt {
+
+// Base 10 divides signed: most values are below the signed limit and signed division by
+// a constant is the cheaper one on the machines this came from. One unsigned step brings
+// a larger value into range; that digit counts towards the first group.
+template <typename CharT, typename UInt, typename SInt>
+CharT *UnsignedToText(UInt value, CharT *cp, int base, bool octalZero, const CharT *digits,
+                      bool needGrouping, CharT separator, const char *grouping)
+{
+   switch (base) {
+   case 10: {
+      if (value < 10) {
+         *--cp = static_cast<CharT>('0' + value);
+         return cp;
+      }
+      int ndig = 0;
+      SInt sval;
+      if (value > static_cast<UInt>(~static_cast<UInt>(0) >> 1)) {
+         *--cp = static_cast<CharT>('0' + value % 10);
+         ndig++;
+         sval = static_cast<SInt>(value / 10);
+      } else {
+         sval = static_cast<SInt>(value);
+      }
+      do {
+         *--cp = static_cast<CharT>('0' + sval % 10);
+         ndig++;
+         if (needGrouping && ndig == *grouping && *grouping != CHAR_MAX && sval > 9) {
+            *--cp = separator;
+            ndig = 0;
+            if (grouping[1] != '\0') {
+               grouping++;
+            }
+         }
+         sval /= 10;
+      } while (sval != 0);
+      return cp;
+   }
+   case 8:
+      do {
+         *--cp = static_cast<CharT>('0' + (value & 7));
+         value >>= 3;
+      } while (value != 0);
+      if (octalZero && *cp != '0') {
+         *--cp = '0';
+      }
+      return cp;
+   case 16:
+      do {
+         *--cp = digits[value & 15];
+         value >>= 4;
+      } while (value != 0);
+      return cp;
+   default:
+      abort();
+   }
+}
+
+template <typename CharT>
+CharT *UnsignedToText64(uint64_t value, CharT *end, int base, bool octalZero,
+                        const CharT *digits, bool needGrouping, CharT separator,
+                        const char *grouping)
+{
+   if (value <= UINT32_MAX) {
+      return UnsignedToText<CharT, uint32_t, int32_t>(static_cast<uint32_t>(value), end, base,
+                                                      octalZero, digits, needGrouping,
+                                                      separator, grouping);
+   }
+   return UnsignedToText<CharT, uint64_t, int64_t>(value, end, base, octalZero, digits,
+                                                   needGrouping, separator, grouping);
+}
+
+template <typename CharT>
+int ExponentText(CharT *out, int exponent, int letter)
+{
+   CharT *p = out;
+   *p++ = static_cast<CharT>(letter);
+   unsigned magnitude;
+   if (exponent < 0) {
+      magnitude = 0u - static_cast<unsigned>(exponent);
+      *p++ = '-';
+   } else {
+      magnitude = static_cast<unsigned>(exponent);
+      *p++ = '+';
+   }
+   CharT reversed[12];
+   int n = 0;
+   do {
+      reversed[n++] = static_cast<CharT>('0' + magnitude % 10);
+      magnitude /= 10;
+   } while (magnitude != 0);
+   if (n < 2) {
+      reversed[n++] = '0';
+   }
+   while (n > 0) {
+      *p++ = reversed[--n];
+   }
+   return static_cast<int>(p - out);
+}
+
+} // namespace bsdfmt

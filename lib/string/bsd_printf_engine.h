@@ -1,0 +1,1092 @@
+#pragma once
+// The formatting engine behind bsd_vsnprintf and bsd_vsnwprintf: the BSD vfprintf loop with
+// the stream replaced by a memory target. One body serves both widths; what differs
+// (string arguments, %c, the source of floating text, locale queries) is chosen by the
+// character type. Internal to lib/string.
+
+#include <cctype>
+#include <climits>
+#include <clocale>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <type_traits>
+
+#include "string/bsd_fmt_int.h"
+#include "string/bsd_vsnprintf.h"
+
+namespace bsdfmt {
+
+enum : unsigned {
+   ALT = 0x0001,       // #
+   LADJUST = 0x0004,   // -
+   LONGINT = 0x0010,   // l
+   LLONGINT = 0x0020,  // ll, L, q, I64
+   SHORTINT = 0x0040,  // h
+   ZEROPAD = 0x0080,   // 0
+   FPT = 0x0100,       // a floating conversion is under way
+   GROUPING = 0x0200,  // '
+   SIZET = 0x0400,     // z, Z, I
+   PTRDIFFT = 0x0800,  // t
+   INTMAXT = 0x1000,   // j
+   CHARINT = 0x2000,   // hh
+};
+constexpr unsigned kInteger64 = LLONGINT | SIZET | PTRDIFFT | INTMAXT;
+
+constexpr int64_t kMaxTotal = 0x7fffffff;
+constexpr int kIntBufferSize = 100;
+constexpr int kPadChunk = 16;
+constexpr int kBatchPieces = 8;
+constexpr int kStackTypes = 8;
+constexpr int kStackSlots = 8;  // slot 0 and up to 7 arguments
+
+enum ArgType : unsigned char { ARG_UNUSED, ARG_INT, ARG_WCHAR, ARG_INT64, ARG_POINTER, ARG_DOUBLE };
+
+template <typename CharT>
+inline bool IsDigit(CharT c)
+{
+   return c >= '0' && c <= '9';
+}
+
+// Widths, precisions and argument numbers saturate instead of overflowing; anything that
+// large fails the call on the total anyway.
+inline int AddDigit(int n, int digit)
+{
+   return n > (INT_MAX - digit) / 10 ? INT_MAX : n * 10 + digit;
+}
+
+template <typename CharT>
+int ReadNumber(const CharT *&p, int first)
+{
+   int n = first;
+   while (IsDigit(*p)) {
+      n = AddDigit(n, static_cast<int>(*p++ - '0'));
+   }
+   return n;
+}
+
+// ---- Argument pass ----------------------------------------------------------------------
+
+struct TypeTable {
+   ArgType onStack[kStackTypes];
+   ArgType *types;
+   int64_t size;
+   int maxIndex;
+};
+
+inline void TypeTableInit(TypeTable *t)
+{
+   memset(t->onStack, 0, sizeof t->onStack);
+   t->types = t->onStack;
+   t->size = kStackTypes;
+   t->maxIndex = 0;
+}
+
+inline void TypeTableFree(TypeTable *t)
+{
+   if (t->types != t->onStack) {
+      free(t->types);
+   }
+}
+
+inline void TypeTableSet(TypeTable *t, int index, ArgType type)
+{
+   if (index >= t->size) {
+      int64_t size = t->size * 2 > index + 1 ? t->size * 2 : static_cast<int64_t>(index) + 1;
+      ArgType *grown = static_cast<ArgType *>(malloc(static_cast<size_t>(size)));
+      if (grown == nullptr) {
+         abort();
+      }
+      memcpy(grown, t->types, static_cast<size_t>(t->size));
+      memset(grown + t->size, 0, static_cast<size_t>(size - t->size));
+      TypeTableFree(t);
+      t->types = grown;
+      t->size = size;
+   }
+   t->types[index] = type;
+   if (index > t->maxIndex) {
+      t->maxIndex = index;
+   }
+}
+
+// `*` or `*n$`: the argument that gives a width or precision.
+template <typename CharT>
+void NoteAsterisk(const CharT *&fmt, int *nextarg, TypeTable *t)
+{
+   const CharT *cp = fmt;
+   int n = 0;
+   while (IsDigit(*cp)) {
+      n = AddDigit(n, static_cast<int>(*cp++ - '0'));
+   }
+   if (*cp == '$') {
+      TypeTableSet(t, n, ARG_INT);
+      fmt = cp + 1;
+   } else {
+      TypeTableSet(t, (*nextarg)++, ARG_INT);
+   }
+}
+
+// Records the type of every argument the format names. Its floating conversions are
+// a A e E f g G: %F takes no slot here, %a does (the main pass prints %F and not %a).
+template <typename CharT>
+void FindArgumentTypes(const CharT *fmt, TypeTable *t)
+{
+   int nextarg = 1;
+   for (;;) {
+      while (*fmt != 0 && *fmt != '%') {
+         fmt++;
+      }
+      if (*fmt == 0) {
+         return;
+      }
+      fmt++;
+      unsigned flags = 0;
+      for (;;) {
+         CharT ch = *fmt++;
+         switch (ch) {
+         case ' ': case '#': case '-': case '+': case '0': case '\'':
+            continue;
+         case '*':
+            NoteAsterisk(fmt, &nextarg, t);
+            continue;
+         case '.':
+            if (*fmt == '*') {
+               fmt++;
+               NoteAsterisk(fmt, &nextarg, t);
+            } else {
+               while (IsDigit(*fmt)) {
+                  fmt++;
+               }
+            }
+            continue;
+         case '1': case '2': case '3': case '4': case '5': case '6': case '7': case '8': case '9': {
+            int n = ReadNumber(fmt, static_cast<int>(ch - '0'));
+            if (*fmt == '$') {
+               fmt++;
+               nextarg = n;
+            }
+            continue;
+         }
+         case 'h':
+            flags = (flags & SHORTINT) ? (flags & ~SHORTINT) | CHARINT : flags | SHORTINT;
+            continue;
+         case 'l':
+            flags = (flags & LONGINT) ? (flags & ~LONGINT) | LLONGINT : flags | LONGINT;
+            continue;
+         case 'L': case 'q':
+            flags |= LLONGINT;
+            continue;
+         case 'I':
+            if (fmt[0] == '6' && fmt[1] == '4') {
+               fmt += 2;
+               flags |= LLONGINT;
+            } else if (fmt[0] == '3' && fmt[1] == '2') {
+               fmt += 2;
+            } else {
+               flags |= SIZET;
+            }
+            continue;
+         case 'z': case 'Z':
+            flags |= SIZET;
+            continue;
+         case 't':
+            flags |= PTRDIFFT;
+            continue;
+         case 'j':
+            flags |= INTMAXT;
+            continue;
+         case 'c':
+            TypeTableSet(t, nextarg++, (flags & LONGINT) ? ARG_WCHAR : ARG_INT);
+            break;
+         case 'C':
+            TypeTableSet(t, nextarg++, ARG_WCHAR);
+            break;
+         case 'd': case 'i': case 'o': case 'u': case 'x': case 'X':
+            TypeTableSet(t, nextarg++, (flags & kInteger64) ? ARG_INT64 : ARG_INT);
+            break;
+         case 'D': case 'O': case 'U':
+            TypeTableSet(t, nextarg++, ARG_INT);
+            break;
+         case 'a': case 'A': case 'e': case 'E': case 'f': case 'g': case 'G':
+            TypeTableSet(t, nextarg++, ARG_DOUBLE);
+            break;
+         case 'n': case 'p': case 's': case 'S':
+            TypeTableSet(t, nextarg++, ARG_POINTER);
+            break;
+         case 0:
+            return;
+         default:
+            break;
+         }
+         break;
+      }
+   }
+}
+
+// Reads the arguments in order into 64-bit slots; slots no conversion named are ints.
+inline void ReadArguments(const TypeTable *t, uint64_t *slots, va_list &args)
+{
+   slots[0] = 0;
+   for (int i = 1; i <= t->maxIndex; i++) {
+      switch (t->types[i]) {
+      case ARG_UNUSED:
+      case ARG_INT:
+         slots[i] = static_cast<uint32_t>(va_arg(args, int));
+         break;
+      case ARG_WCHAR:
+         slots[i] = static_cast<uint16_t>(va_arg(args, int));
+         break;
+      case ARG_INT64:
+         slots[i] = static_cast<uint64_t>(va_arg(args, long long));
+         break;
+      case ARG_POINTER:
+         slots[i] = reinterpret_cast<uintptr_t>(va_arg(args, void *));
+         break;
+      case ARG_DOUBLE: {
+         double d = va_arg(args, double);
+         memcpy(&slots[i], &d, sizeof d);
+         break;
+      }
+      }
+   }
+}
+
+// ---- Output target ----------------------------------------------------------------------
+
+template <typename CharT>
+struct Output {
+   CharT *buffer;
+   uint64_t capacity;  // characters, terminator included
+   bool growing;
+   uint64_t written;
+   int64_t total;
+   struct {
+      const CharT *text;
+      size_t length;
+   } pieces[kBatchPieces];
+   int count;
+   uint64_t pending;
+   bool failed;
+};
+
+template <typename CharT>
+bool OutputFlush(Output<CharT> *o)
+{
+   if (o->failed) {
+      return false;
+   }
+   if (o->count == 0) {
+      return true;
+   }
+   if (o->growing) {
+      uint64_t needed = o->written + o->pending + 1;
+      if (o->capacity < needed) {
+         uint64_t capacity = o->capacity * ((needed - 1 + o->capacity) / o->capacity);
+         CharT *grown =
+            static_cast<CharT *>(realloc(o->buffer, static_cast<size_t>(capacity) * sizeof(CharT)));
+         if (grown == nullptr) {
+            o->failed = true;
+            return false;
+         }
+         o->buffer = grown;
+         o->capacity = capacity;
+      }
+   }
+   for (int i = 0; i < o->count; i++) {
+      uint64_t room = o->capacity > o->written ? o->capacity - o->written - 1 : 0;
+      uint64_t n = o->pieces[i].length < room ? o->pieces[i].length : room;
+      if (n != 0) {
+         memcpy(o->buffer + o->written, o->pieces[i].text, static_cast<size_t>(n) * sizeof(CharT));
+         o->written += n;
+      }
+   }
+   o->count = 0;
+   o->pending = 0;
+   return true;
+}
+
+template <typename CharT>
+void OutputPrint(Output<CharT> *o, const CharT *text, int64_t length)
+{
+   if (length <= 0 || o->failed) {
+      return;
+   }
+   o->pieces[o->count].text = text;
+   o->pieces[o->count].length = static_cast<size_t>(length);
+   o->count++;
+   o->pending += static_cast<uint64_t>(length);
+   if (o->count == kBatchPieces) {
+      OutputFlush(o);
+   }
+}
+
+template <typename CharT>
+struct Padding {
+   static constexpr CharT blanks[kPadChunk] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ',
+                                               ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
+   static constexpr CharT zeroes[kPadChunk] = {'0', '0', '0', '0', '0', '0', '0', '0',
+                                               '0', '0', '0', '0', '0', '0', '0', '0'};
+};
+
+template <typename CharT>
+void OutputPad(Output<CharT> *o, int64_t n, const CharT *with)
+{
+   while (n > 0) {
+      int64_t k = n < kPadChunk ? n : kPadChunk;
+      OutputPrint(o, with, k);
+      n -= k;
+   }
+}
+
+// Prints what there is of [p, p + available) up to `length`, then pads to `length`.
+template <typename CharT>
+void OutputPrintAndPad(Output<CharT> *o, const CharT *p, int64_t available, int64_t length,
+                       const CharT *with)
+{
+   int64_t n = available < length ? available : length;
+   if (n > 0) {
+      OutputPrint(o, p, n);
+   } else {
+      n = 0;
+   }
+   OutputPad(o, length - n, with);
+}
+
+// ---- Locale -----------------------------------------------------------------------------
+
+// The narrow engine gets everything up front; the wide one asks for the grouping only when
+// a conversion has the ' flag.
+struct LocaleSource {
+   const BsdFormatLocale *given;
+   bool haveGrouping;
+   char thousandsSep;
+   const char *grouping;
+};
+
+inline char LocaleDecimalPoint(LocaleSource *l)
+{
+   if (l->given != nullptr) {
+      return l->given->decimalPoint;
+   }
+   const struct lconv *lc = localeconv();
+   return lc->decimal_point != nullptr ? lc->decimal_point[0] : '.';
+}
+
+inline void LocaleGrouping(LocaleSource *l, char *separator, const char **grouping)
+{
+   if (!l->haveGrouping) {
+      if (l->given != nullptr) {
+         l->thousandsSep = l->given->thousandsSep;
+         l->grouping = l->given->grouping;
+      } else {
+         const struct lconv *lc = localeconv();
+         l->thousandsSep = lc->thousands_sep != nullptr ? lc->thousands_sep[0] : '\0';
+         l->grouping = lc->grouping;
+      }
+      if (l->grouping == nullptr || *l->grouping == '\0') {
+         l->grouping = "\x7f";
+      }
+      l->haveGrouping = true;
+   }
+   *separator = l->thousandsSep;
+   *grouping = l->grouping;
+}
+
+template <typename CharT>
+size_t TextLength(const CharT *s)
+{
+   const CharT *p = s;
+   while (*p != 0) {
+      p++;
+   }
+   return static_cast<size_t>(p - s);
+}
+
+template <typename CharT>
+int64_t TextLengthWithin(const CharT *s, int64_t limit)
+{
+   int64_t n = 0;
+   while (n < limit && s[n] != 0) {
+      n++;
+   }
+   return n;
+}
+
+inline bool EqualsIgnoringCase(const char *a, const char *b)
+{
+   for (; *a != '\0' && *b != '\0'; a++, b++) {
+      if (tolower(static_cast<unsigned char>(*a)) != tolower(static_cast<unsigned char>(*b))) {
+         return false;
+      }
+   }
+   return *a == *b;
+}
+
+// ---- The engine -------------------------------------------------------------------------
+
+// Scratch owned by one call, released on every way out.
+template <typename CharT>
+struct Scratch {
+   uint64_t slotsOnStack[kStackSlots];
+   uint64_t *slots;
+   TypeTable types;
+   void *stringBuffer;   // converted %S (narrow) or %s (wide)
+   char *digits;         // floating digits
+   utf16_t *wideDigits;  // the same, widened (wide engine)
+};
+
+template <typename CharT>
+void ScratchFree(Scratch<CharT> *s)
+{
+   if (s->slots != s->slotsOnStack) {
+      free(s->slots);
+   }
+   TypeTableFree(&s->types);
+   free(s->stringBuffer);
+   free(s->digits);
+   free(s->wideDigits);
+}
+
+template <typename CharT>
+int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
+               const CharT *format, va_list ap)
+{
+   constexpr bool kWide = !std::is_same_v<CharT, char>;
+   static constexpr CharT kNull[] = {'(', 'n', 'u', 'l', 'l', ')', 0};
+   static constexpr CharT kDigits[32] = {'0', '1', '2', '3', '4', '5', '6', '7', '8', '9', 'a',
+                                         'b', 'c', 'd', 'e', 'f', '0', '1', '2', '3', '4', '5',
+                                         '6', '7', '8', '9', 'A', 'B', 'C', 'D', 'E', 'F'};
+   const CharT *blanks = Padding<CharT>::blanks;
+   const CharT *zeroes = Padding<CharT>::zeroes;
+
+   Output<CharT> o{};
+   o.growing = *buffer == nullptr;
+   if (o.growing) {
+      uint64_t n = TextLength(format) + 1;
+      if (n > 1) {
+         n = (n + 63) & ~static_cast<uint64_t>(63);
+      }
+      o.buffer = static_cast<CharT *>(malloc(static_cast<size_t>(n) * sizeof(CharT)));
+      if (o.buffer == nullptr) {
+         return -1;
+      }
+      o.capacity = n;
+   } else {
+      o.buffer = *buffer;
+      o.capacity = capacity;
+   }
+
+   LocaleSource loc{locale, false, '\0', nullptr};
+   const CharT decimalPoint = static_cast<CharT>(static_cast<unsigned char>(LocaleDecimalPoint(&loc)));
+
+   Scratch<CharT> s{};
+   s.slots = s.slotsOnStack;
+   TypeTableInit(&s.types);
+   FindArgumentTypes(format, &s.types);
+   if (s.types.maxIndex >= kStackSlots) {
+      s.slots = static_cast<uint64_t *>(malloc((static_cast<size_t>(s.types.maxIndex) + 1) * 8));
+      if (s.slots == nullptr) {
+         s.slots = s.slotsOnStack;
+         goto fail;
+      }
+   }
+   {
+      va_list args;
+      va_copy(args, ap);
+      ReadArguments(&s.types, s.slots, args);
+      va_end(args);
+   }
+
+   {
+      const CharT *fmt = format;
+      int nextarg = 1;
+      // A conversion that names no argument the argument pass saw (%F) reads zero.
+      auto arg = [&](int index) -> uint64_t {
+         return index >= 0 && index <= s.types.maxIndex ? s.slots[index] : 0;
+      };
+      auto asterisk = [&]() -> int {
+         const CharT *cp = fmt;
+         int n = 0;
+         while (IsDigit(*cp)) {
+            n = AddDigit(n, static_cast<int>(*cp++ - '0'));
+         }
+         if (*cp == '$') {
+            fmt = cp + 1;
+            return static_cast<int>(arg(n));
+         }
+         return static_cast<int>(arg(nextarg++));
+      };
+
+      for (;;) {
+         const CharT *run = fmt;
+         while (*fmt != 0 && *fmt != '%') {
+            fmt++;
+         }
+         if (fmt != run) {
+            int64_t n = fmt - run;
+            if (o.total + n > kMaxTotal) {
+               goto fail;
+            }
+            OutputPrint(&o, run, n);
+            o.total += n;
+         }
+         if (*fmt == 0) {
+            break;
+         }
+         fmt++;
+
+         unsigned flags = 0;
+         int64_t width = 0;
+         int64_t prec = -1;
+         int64_t dprec = 0;
+         CharT sign = 0;
+         CharT ox[2] = {'0', 0};
+         CharT ch;
+         uint64_t uval = 0;
+         int base = 10;
+         const CharT *xdigs = kDigits;
+         const CharT *cp = nullptr;
+         int64_t size = 0;
+         bool special = false;
+         CharT intBuffer[kIntBufferSize];
+         CharT charBuffer[MB_LEN_MAX > 4 ? MB_LEN_MAX : 4];
+         // Floating state.
+         int expt = 0;
+         int ndig = 0;
+         CharT expchar = 0;
+         CharT expstr[16];
+         int expsize = 0;
+         int64_t lead = 0;
+         int nseps = 0;
+         int nrepeats = 0;
+         const char *grouping = nullptr;
+         CharT separator = 0;
+         CharT firstDigit = '0';
+
+         for (;;) {
+            ch = *fmt++;
+            switch (ch) {
+            case ' ':
+               if (sign == 0) {
+                  sign = ' ';
+               }
+               continue;
+            case '+':
+               sign = '+';
+               continue;
+            case '-':
+               flags |= LADJUST;
+               continue;
+            case '#':
+               flags |= ALT;
+               continue;
+            case '0':
+               flags |= ZEROPAD;
+               continue;
+            case '\'':
+               flags |= GROUPING;
+               continue;
+            case '*': {
+               int64_t w = asterisk();
+               if (w < 0) {
+                  flags |= LADJUST;
+                  w = -w;
+               }
+               width = w;
+               continue;
+            }
+            case '.':
+               if (*fmt == '*') {
+                  fmt++;
+                  int p = asterisk();
+                  prec = p < 0 ? -1 : p;
+               } else {
+                  prec = ReadNumber(fmt, 0);
+               }
+               continue;
+            case '1': case '2': case '3': case '4': case '5': case '6': case '7': case '8': case '9': {
+               int n = ReadNumber(fmt, static_cast<int>(ch - '0'));
+               if (*fmt == '$') {
+                  fmt++;
+                  nextarg = n;
+               } else {
+                  width = n;
+               }
+               continue;
+            }
+            case 'h':
+               flags = (flags & SHORTINT) ? (flags & ~SHORTINT) | CHARINT : flags | SHORTINT;
+               continue;
+            case 'l':
+               flags = (flags & LONGINT) ? (flags & ~LONGINT) | LLONGINT : flags | LONGINT;
+               continue;
+            case 'L': case 'q':
+               flags |= LLONGINT;
+               continue;
+            case 'I':
+               if (fmt[0] == '6' && fmt[1] == '4') {
+                  fmt += 2;
+                  flags |= LLONGINT;
+               } else if (fmt[0] == '3' && fmt[1] == '2') {
+                  fmt += 2;
+               } else {
+                  flags |= SIZET;
+               }
+               continue;
+            case 'z': case 'Z':
+               flags |= SIZET;
+               continue;
+            case 't':
+               flags |= PTRDIFFT;
+               continue;
+            case 'j':
+               flags |= INTMAXT;
+               continue;
+            default:
+               break;
+            }
+            break;
+         }
+
+         switch (ch) {
+         case 'c':
+            if (flags & LONGINT) {
+               goto wideChar;
+            }
+            if constexpr (kWide) {
+               int c = static_cast<int>(static_cast<uint32_t>(arg(nextarg++)));
+               wint_t w = c == EOF ? WEOF : btowc(c);
+               charBuffer[0] = w == WEOF ? static_cast<utf16_t>(0xFFFF) : static_cast<utf16_t>(w);
+            } else {
+               charBuffer[0] = static_cast<char>(arg(nextarg++));
+            }
+            cp = charBuffer;
+            size = 1;
+            sign = 0;
+            break;
+         case 'C':
+         wideChar: {
+            uint16_t wc = static_cast<uint16_t>(arg(nextarg++));
+            if constexpr (kWide) {
+               charBuffer[0] = static_cast<utf16_t>(wc);
+               size = 1;
+            } else {
+               mbstate_t state;
+               memset(&state, 0, sizeof state);
+               size_t n = wcrtomb(charBuffer, static_cast<wchar_t>(wc), &state);
+               if (n == static_cast<size_t>(-1)) {
+                  goto fail;
+               }
+               size = static_cast<int64_t>(n);
+            }
+            cp = charBuffer;
+            sign = 0;
+            break;
+         }
+         case 'D':
+            flags |= LONGINT;
+            [[fallthrough]];
+         case 'd':
+         case 'i': {
+            uint64_t slot = arg(nextarg++);
+            int64_t v;
+            if (flags & kInteger64) {
+               v = static_cast<int64_t>(slot);
+            } else if (flags & LONGINT) {
+               v = static_cast<int32_t>(slot);
+            } else if (flags & SHORTINT) {
+               v = static_cast<int16_t>(slot);
+            } else if (flags & CHARINT) {
+               v = static_cast<int8_t>(slot);
+            } else {
+               v = static_cast<int32_t>(slot);
+            }
+            if (v < 0) {
+               uval = 0 - static_cast<uint64_t>(v);
+               sign = '-';
+            } else {
+               uval = static_cast<uint64_t>(v);
+            }
+            base = 10;
+            goto number;
+         }
+         case 'U':
+            flags |= LONGINT;
+            [[fallthrough]];
+         case 'u':
+            base = 10;
+            goto unsignedArg;
+         case 'O':
+            flags |= LONGINT;
+            [[fallthrough]];
+         case 'o':
+            base = 8;
+            goto unsignedArg;
+         case 'X':
+            xdigs = kDigits + 16;
+            [[fallthrough]];
+         case 'x':
+            base = 16;
+            flags &= ~GROUPING;
+         unsignedArg: {
+            uint64_t slot = arg(nextarg++);
+            if (flags & kInteger64) {
+               uval = slot;
+            } else if (flags & LONGINT) {
+               uval = static_cast<uint32_t>(slot);
+            } else if (flags & SHORTINT) {
+               uval = static_cast<uint16_t>(slot);
+            } else if (flags & CHARINT) {
+               uval = static_cast<uint8_t>(slot);
+            } else {
+               uval = static_cast<uint32_t>(slot);
+            }
+            if (base == 16 && (flags & ALT) && uval != 0) {
+               ox[1] = ch;
+            }
+            sign = 0;
+            goto number;
+         }
+         case 'p':
+            uval = arg(nextarg++);
+            base = 16;
+            xdigs = kDigits + 16;
+            sign = 0;
+            goto number;
+         number: {
+            if ((dprec = prec) >= 0) {
+               flags &= ~ZEROPAD;
+            }
+            CharT *end = intBuffer + kIntBufferSize;
+            CharT *start = end;
+            if (uval != 0 || prec != 0 || ((flags & ALT) && base == 8)) {
+               char sep = '\0';
+               const char *grp = nullptr;
+               bool group = (flags & GROUPING) != 0;
+               if (group) {
+                  LocaleGrouping(&loc, &sep, &grp);
+               }
+               start = UnsignedToText64<CharT>(uval, end, base, (flags & ALT) != 0, xdigs, group,
+                                               static_cast<CharT>(static_cast<unsigned char>(sep)),
+                                               grp);
+            }
+            size = end - start;
+            if (size > kIntBufferSize) {
+               abort();
+            }
+            cp = start;
+            break;
+         }
+         case 'S':
+         wideString: {
+            if constexpr (kWide) {
+               cp = reinterpret_cast<const CharT *>(arg(nextarg++));
+               if (cp == nullptr) {
+                  cp = kNull;
+               }
+               size = prec >= 0 ? TextLengthWithin(cp, prec) : static_cast<int64_t>(TextLength(cp));
+            } else {
+               const utf16_t *ws = reinterpret_cast<const utf16_t *>(arg(nextarg++));
+               if (ws == nullptr) {
+                  cp = kNull;
+               } else {
+                  free(s.stringBuffer);
+                  s.stringBuffer = WideToUtf8String(ws, prec >= 0 ? static_cast<ptrdiff_t>(prec) : -1);
+                  if (s.stringBuffer == nullptr) {
+                     goto fail;
+                  }
+                  cp = static_cast<const CharT *>(s.stringBuffer);
+               }
+               goto narrowString;
+            }
+            sign = 0;
+            break;
+         }
+         case 's':
+            if (flags & LONGINT) {
+               goto wideString;
+            }
+            if constexpr (kWide) {
+               const char *ns = reinterpret_cast<const char *>(arg(nextarg++));
+               if (ns == nullptr) {
+                  cp = kNull;
+               } else {
+                  free(s.stringBuffer);
+                  s.stringBuffer = Utf8ToWideString(ns, prec >= 0 ? static_cast<ptrdiff_t>(prec) : -1);
+                  if (s.stringBuffer == nullptr) {
+                     goto fail;
+                  }
+                  cp = static_cast<const CharT *>(s.stringBuffer);
+               }
+               size = prec >= 0 ? TextLengthWithin(cp, prec) : static_cast<int64_t>(TextLength(cp));
+               sign = 0;
+               break;
+            } else {
+               cp = reinterpret_cast<const CharT *>(arg(nextarg++));
+               if (cp == nullptr) {
+                  cp = kNull;
+               }
+            }
+         narrowString:
+            if constexpr (!kWide) {
+               if (prec >= 0) {
+                  size = static_cast<int64_t>(
+                     TrimUtf8End(cp, static_cast<size_t>(TextLengthWithin(cp, prec))));
+               } else {
+                  size = static_cast<int64_t>(TextLength(cp));
+               }
+            }
+            sign = 0;
+            break;
+         case 'e':
+         case 'E':
+            expchar = ch;
+            prec = prec < 0 ? 7 : prec + 1;
+            goto floating;
+         case 'f':
+         case 'F':
+            expchar = 0;
+            if (prec < 0) {
+               prec = 6;
+            }
+            goto floating;
+         case 'g':
+         case 'G':
+            expchar = static_cast<CharT>(ch - ('g' - 'e'));
+            if (prec < 0) {
+               prec = 6;
+            } else if (prec == 0) {
+               prec = 1;
+            }
+         floating: {
+            uint64_t bits = arg(nextarg++);
+            double value;
+            memcpy(&value, &bits, sizeof value);
+            int signflag = 0;
+            char *digitsEnd = nullptr;
+            int mode = (ch == 'f' || ch == 'F') ? 3 : 2;
+            int count = prec > INT_MAX ? INT_MAX : static_cast<int>(prec);
+            free(s.digits);
+            s.digits = DoubleToDigits(value, mode, count, &expt, &signflag, &digitsEnd);
+            if (s.digits == nullptr) {
+               goto fail;
+            }
+            flags |= FPT;
+            ndig = static_cast<int>(digitsEnd - s.digits);
+            if constexpr (kWide) {
+               free(s.wideDigits);
+               s.wideDigits = Utf8ToWideString(s.digits, -1);
+               if (s.wideDigits == nullptr) {
+                  goto fail;
+               }
+               cp = s.wideDigits;
+               special = expt == 9999;
+            } else {
+               cp = s.digits;
+               special = expt == 9999 || EqualsIgnoringCase(s.digits, "-inf") ||
+                         EqualsIgnoringCase(s.digits, "inf") || EqualsIgnoringCase(s.digits, "nan");
+               if (special) {
+                  bool upper = ch == 'E' || ch == 'F' || ch == 'G';
+                  for (char *p = s.digits; *p != '\0'; p++) {
+                     *p = static_cast<char>(upper ? toupper(static_cast<unsigned char>(*p))
+                                                  : tolower(static_cast<unsigned char>(*p)));
+                  }
+               }
+            }
+            if (special) {
+               if (*cp == '-') {
+                  sign = '-';
+                  cp++;
+               }
+               expt = INT_MAX;
+               size = static_cast<int64_t>(TextLength(cp));
+               break;
+            }
+            if (signflag) {
+               sign = '-';
+            }
+            if (ch == 'g' || ch == 'G') {
+               if (expt < -3 || expt > prec) {
+                  if (!(flags & ALT)) {
+                     prec = ndig;
+                  }
+               } else {
+                  expchar = 0;
+                  prec = (flags & ALT) ? prec - expt : ndig - expt;
+                  if (prec < 0) {
+                     prec = 0;
+                  }
+               }
+            }
+            if (expchar) {
+               expsize = ExponentText<CharT>(expstr, expt - 1, expchar);
+               size = expsize + prec;
+               if (prec > 1 || (flags & ALT)) {
+                  size++;
+               }
+            } else {
+               size = expt > 0 ? expt : 1;
+               if (prec || (flags & ALT)) {
+                  size += prec + 1;
+               }
+               lead = expt;
+               if ((flags & GROUPING) && expt > 0) {
+                  char sep;
+                  LocaleGrouping(&loc, &sep, &grouping);
+                  separator = static_cast<CharT>(static_cast<unsigned char>(sep));
+                  while (*grouping != CHAR_MAX && *grouping > 0) {
+                     if (lead <= *grouping) {
+                        break;
+                     }
+                     lead -= *grouping;
+                     if (grouping[1] != '\0') {
+                        nseps++;
+                        grouping++;
+                     } else {
+                        nrepeats++;
+                     }
+                  }
+                  size += nseps + nrepeats;
+               }
+            }
+            break;
+         }
+         case 'n': {
+            void *p = reinterpret_cast<void *>(arg(nextarg++));
+            if (flags & kInteger64) {
+               *static_cast<int64_t *>(p) = o.total;
+            } else if (flags & LONGINT) {
+               *static_cast<int32_t *>(p) = static_cast<int32_t>(o.total);
+            } else if (flags & SHORTINT) {
+               *static_cast<int16_t *>(p) = static_cast<int16_t>(o.total);
+            } else if (flags & CHARINT) {
+               *static_cast<int8_t *>(p) = static_cast<int8_t>(o.total);
+            } else {
+               *static_cast<int32_t *>(p) = static_cast<int32_t>(o.total);
+            }
+            continue;
+         }
+         case 0:
+            goto done;
+         default:
+            charBuffer[0] = ch;
+            cp = charBuffer;
+            size = 1;
+            sign = 0;
+            break;
+         }
+
+         // Field assembly.
+         {
+            int64_t realsz = dprec > size ? dprec : size;
+            if (sign) {
+               realsz++;
+            }
+            if (ox[1]) {
+               realsz += 2;
+            }
+            int64_t field = width > realsz ? width : realsz;
+            if (o.total + field > kMaxTotal) {
+               goto fail;
+            }
+            if ((flags & (LADJUST | ZEROPAD)) == 0) {
+               OutputPad(&o, field - realsz, blanks);
+            }
+            if (sign) {
+               OutputPrint(&o, &sign, 1);
+            }
+            if (special) {
+               OutputPrint(&o, cp, size);
+            } else {
+               if (ox[1]) {
+                  OutputPrint(&o, ox, 2);
+               }
+               if ((flags & (LADJUST | ZEROPAD)) == ZEROPAD) {
+                  OutputPad(&o, field - realsz, zeroes);
+               }
+               OutputPad(&o, dprec - size, zeroes);
+               if (!(flags & FPT)) {
+                  OutputPrint(&o, cp, size);
+               } else if (!expchar) {
+                  if (expt <= 0) {
+                     OutputPrint(&o, zeroes, 1);
+                     if (prec || (flags & ALT)) {
+                        OutputPrint(&o, &decimalPoint, 1);
+                     }
+                     OutputPad(&o, -static_cast<int64_t>(expt), zeroes);
+                     prec += expt;
+                     OutputPrintAndPad(&o, cp, ndig, prec, zeroes);
+                  } else {
+                     int64_t at = 0;
+                     OutputPrintAndPad(&o, cp, ndig - at, lead, zeroes);
+                     at += lead;
+                     if (grouping != nullptr) {
+                        while (nseps > 0 || nrepeats > 0) {
+                           if (nrepeats > 0) {
+                              nrepeats--;
+                           } else {
+                              grouping--;
+                              nseps--;
+                           }
+                           OutputPrint(&o, &separator, 1);
+                           OutputPrintAndPad(&o, cp + (at < ndig ? at : ndig), ndig - at,
+                                             *grouping, zeroes);
+                           at += *grouping;
+                        }
+                     }
+                     if (at > ndig) {
+                        at = ndig;
+                     }
+                     if (prec || (flags & ALT)) {
+                        OutputPrint(&o, &decimalPoint, 1);
+                     }
+                     OutputPrintAndPad(&o, cp + at, ndig - at, prec, zeroes);
+                  }
+               } else {
+                  firstDigit = ndig > 0 ? cp[0] : static_cast<CharT>('0');
+                  OutputPrint(&o, &firstDigit, 1);
+                  if (prec > 1 || (flags & ALT)) {
+                     int rest = ndig > 1 ? ndig - 1 : 0;
+                     OutputPrint(&o, &decimalPoint, 1);
+                     OutputPrint(&o, cp + 1, rest);
+                     OutputPad(&o, prec - 1 - rest, zeroes);
+                  }
+                  OutputPrint(&o, expstr, expsize);
+               }
+            }
+            if (flags & LADJUST) {
+               OutputPad(&o, field - realsz, blanks);
+            }
+            o.total += field;
+            if (!OutputFlush(&o)) {
+               goto fail;
+            }
+         }
+      }
+   }
+
+done:
+   if (!OutputFlush(&o)) {
+      goto fail;
+   }
+   if (o.capacity != 0) {
+      o.buffer[o.written] = 0;
+   }
+   ScratchFree(&s);
+   if (o.growing) {
+      *buffer = o.buffer;
+   }
+   return static_cast<int>(o.total);
+
+fail:
+   ScratchFree(&s);
+   if (o.growing) {
+      free(o.buffer);
+   }
+   return -1;
+}
+
+} // namespace bsdfmt

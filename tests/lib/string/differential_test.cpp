@@ -1,0 +1,124 @@
+// Against the C library's snprintf, over the part of the format language where both must
+// give the same bytes: integers of every size with every flag, strings, and the floating
+// conversions on finite values.
+
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <climits>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "format_test_util.h"
+
+namespace {
+
+const char *const kFlags[] = {"", "-", "+", " ", "0", "-+", "+0", " 0", "- ", "-0"};
+const char *const kWidths[] = {"", "1", "5", "12", "25"};
+const char *const kPrecisions[] = {"", ".", ".0", ".1", ".3", ".10", ".22"};
+
+template <typename... Args>
+void Compare(const std::string &format, Args... args)
+{
+   char expected[512];
+   int want = snprintf(expected, sizeof expected, format.c_str(), args...);
+   Formatted got = Format(format.c_str(), args...);
+   ASSERT_LT(want, static_cast<int>(sizeof expected));
+   EXPECT_EQ(got.text, std::string(expected)) << "format \"" << format << "\"";
+   EXPECT_EQ(got.result, want) << "format \"" << format << "\"";
+}
+
+std::vector<std::string> Specs(const char *conversion, bool alternate)
+{
+   std::vector<std::string> specs;
+   for (const char *flags : kFlags) {
+      for (const char *width : kWidths) {
+         for (const char *precision : kPrecisions) {
+            std::string spec = std::string("%") + flags + width + precision + conversion;
+            specs.push_back(spec);
+            if (alternate) {
+               specs.push_back(std::string("%#") + flags + width + precision + conversion);
+            }
+         }
+      }
+   }
+   return specs;
+}
+
+TEST(Differential, IntegersOfEverySize)
+{
+   const int ints[] = {0, 1, -1, 7, -42, 255, 256, 1000, 65535, 65536, INT_MAX, INT_MIN, 1234567};
+   const long long longs[] = {0, 1, -1, LLONG_MAX, LLONG_MIN, 1LL << 40, -(1LL << 33),
+                              9999999999LL};
+   for (const char *c : {"d", "i", "u", "o", "x", "X"}) {
+      bool alternate = c[0] == 'o' || c[0] == 'x' || c[0] == 'X';
+      for (const char *size : {"", "h", "hh"}) {
+         for (const std::string &spec : Specs((std::string(size) + c).c_str(), alternate)) {
+            for (int v : ints) {
+               Compare("<" + spec + ">", v);
+            }
+         }
+      }
+      for (const char *size : {"ll", "z", "j", "t"}) {
+         for (const std::string &spec : Specs((std::string(size) + c).c_str(), alternate)) {
+            for (long long v : longs) {
+               Compare("<" + spec + ">", v);
+            }
+         }
+      }
+   }
+}
+
+TEST(Differential, StringsAndCharacters)
+{
+   const char *const strings[] = {"", "a", "abc", "hello, world"};
+   for (const char *flags : {"", "-"}) {
+      for (const char *width : kWidths) {
+         for (const char *precision : kPrecisions) {
+            std::string spec = std::string("%") + flags + width + precision;
+            for (const char *s : strings) {
+               Compare("[" + spec + "s]", s);
+            }
+            if (precision[0] == '\0') {
+               Compare("[" + spec + "c]", 'q');
+            }
+         }
+      }
+   }
+}
+
+TEST(Differential, FloatingConversionsOfFiniteValues)
+{
+   const double values[] = {0.0, -0.0, 1.0, -1.0, 0.5, 1.5, 2.5, -2.5, 0.1, 0.125, 123.456,
+                            -987654.321, 1e-5, 0.0001, 1e-300, 1e300, 12345678.9, 9.9999999,
+                            99999.5, 0.000123456, DBL_MAX, DBL_MIN, 5e-324, 1e15, 1e16, 1e21};
+   for (const char *c : {"e", "E", "f", "g", "G"}) {
+      for (const std::string &spec : Specs(c, true)) {
+         for (double v : values) {
+            Compare("{" + spec + "}", v);
+         }
+      }
+   }
+   for (const char *c : {"e", "f", "g"}) {
+      Compare(std::string("%.40") + c, 1.0 / 3.0);
+      Compare(std::string("%.17") + c, 0.1);
+      Compare(std::string("%.0") + c, 0.5);
+   }
+}
+
+TEST(Differential, InfinitiesWithoutZeroPadding)
+{
+   const double inf = DBL_MAX * 2;
+   for (const char *c : {"e", "E", "f", "g", "G"}) {
+      for (const char *flags : {"", "-", "+", " ", "#"}) {
+         for (const char *width : kWidths) {
+            std::string spec = std::string("%") + flags + width + c;
+            Compare(spec, inf);
+            Compare(spec, -inf);
+         }
+      }
+   }
+}
+
+} // namespace

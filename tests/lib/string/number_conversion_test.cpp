@@ -1,0 +1,351 @@
+// Integer text, exponent text, floating digits and the UTF transforms.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "format_test_util.h"
+
+namespace {
+
+const char kLower[] = "0123456789abcdef";
+
+std::string Text64(uint64_t value, int base, bool octalZero, bool group, char sep,
+                   const char *grouping)
+{
+   char buffer[100];
+   char *end = buffer + sizeof buffer;
+   char *start = UnsignedToText64(value, end, base, octalZero, kLower, group, sep, grouping);
+   return std::string(start, end);
+}
+
+std::string Text32(uint32_t value, int base, bool octalZero, bool group, char sep,
+                   const char *grouping)
+{
+   char buffer[100];
+   char *end = buffer + sizeof buffer;
+   char *start = UnsignedToText32(value, end, base, octalZero, kLower, group, sep, grouping);
+   return std::string(start, end);
+}
+
+TEST(UnsignedToText, DigitsAndGroups)
+{
+   const struct {
+      std::string got;
+      std::string want;
+   } rows[] = {
+      {Text32(1234567, 10, false, true, ',', "\3"), "1,234,567"},
+      {Text32(1234567, 10, false, true, ',', "\3\2"), "12,34,567"},
+      {Text32(123456789, 10, false, true, ',', "\1\2\3"), "123,456,78,9"},
+      {Text32(0xFFFFFFFF, 10, false, true, ',', "\3"), "4,294,967,295"},
+      {Text32(0x80000000, 10, false, true, ',', "\2"), "21,47,48,36,48"},
+      {Text32(1234567, 10, false, true, ',', "\x7f"), "1234567"},
+      {Text32(1234567, 10, false, true, ',', "\3\x7f"), "1234,567"},
+      {Text32(1234567, 10, false, false, ',', "\3"), "1234567"},
+      {Text32(1000, 10, false, true, '.', "\3"), "1.000"},
+      {Text32(999, 10, false, true, ',', "\3"), "999"},
+      {Text32(9, 10, false, true, ',', "\1"), "9"},
+      {Text32(10, 10, false, true, ',', "\1"), "1,0"},
+      {Text32(8, 8, true, false, ',', ""), "010"},
+      {Text32(0, 8, true, false, ',', ""), "0"},
+      {Text32(8, 8, false, false, ',', ""), "10"},
+      {Text32(0xFFFFFFFF, 8, true, false, ',', ""), "037777777777"},
+      {Text32(255, 16, false, false, ',', ""), "ff"},
+      {Text32(0, 16, true, false, ',', ""), "0"},
+      {Text64(0xFFFFFFFFFFFFFFFFULL, 10, false, true, ',', "\3"), "18,446,744,073,709,551,615"},
+      {Text64(0x8000000000000000ULL, 10, false, false, ',', ""), "9223372036854775808"},
+      {Text64(0x7FFFFFFFFFFFFFFFULL, 10, false, true, ' ', "\3"), "9 223 372 036 854 775 807"},
+      {Text64(0x100000000ULL, 16, false, false, ',', ""), "100000000"},
+      {Text64(0x8000000000000000ULL, 8, true, false, ',', ""), "01000000000000000000000"},
+      {Text64(4294967295ULL, 10, false, true, ',', "\3"), "4,294,967,295"},
+   };
+   for (const auto &r : rows) {
+      EXPECT_EQ(r.got, r.want);
+   }
+}
+
+TEST(ExponentText, SignAndAtLeastTwoDigits)
+{
+   const struct {
+      int exponent;
+      char letter;
+      const char *want;
+   } rows[] = {
+      {0, 'e', "e+00"}, {5, 'e', "e+05"}, {-5, 'E', "E-05"}, {12, 'e', "e+12"},
+      {100, 'e', "e+100"}, {-308, 'e', "e-308"}, {-324, 'E', "E-324"},
+   };
+   for (const auto &r : rows) {
+      char out[16];
+      int n = ExponentText(out, r.exponent, r.letter);
+      EXPECT_EQ(std::string(out, static_cast<size_t>(n)), r.want) << r.exponent;
+   }
+}
+
+struct Digits {
+   std::string digits;  // up to the end pointer
+   int position;
+   int sign;
+};
+
+Digits ToDigits(double value, int mode, int count)
+{
+   int position = 0;
+   int sign = -1;
+   char *end = nullptr;
+   char *d = DoubleToDigits(value, mode, count, &position, &sign, &end);
+   if (d == nullptr) {
+      return {"<null>", 0, 0};
+   }
+   Digits r{std::string(d, end), position, sign};
+   free(d);
+   return r;
+}
+
+TEST(DoubleToDigits, DigitsPositionAndSign)
+{
+   const double inf = std::numeric_limits<double>::infinity();
+   const struct {
+      double value;
+      int mode;
+      int count;
+      const char *digits;
+      int position;
+      int sign;
+   } rows[] = {
+      {1.5, 2, 7, "15", 1, 0},
+      {-1.5, 2, 3, "15", 1, 1},
+      {0.0, 2, 6, "", 1, 0},
+      {-0.0, 2, 6, "", 1, 1},
+      {123456789.0, 2, 6, "123457", 9, 0},
+      {9.9999, 2, 2, "1", 2, 0},
+      {1e22, 2, 3, "1", 23, 0},
+      {0.1, 2, 20, "10000000000000000555", 0, 0},
+      {5e-324, 2, 3, "494", -323, 0},
+      {0.0, 3, 6, "", 0, 0},
+      {123.456, 3, 2, "12346", 3, 0},
+      {0.0096, 3, 2, "1", -1, 0},
+      {0.001, 3, 2, "", -2, 0},
+      {0.0001, 3, 2, "", -2, 0},
+      {1e-300, 3, 6, "", -6, 0},
+      {9.6, 3, 0, "1", 2, 0},
+      {0.5, 3, 0, "", 0, 0},
+      {2.5, 3, 0, "2", 1, 0},
+      {-2.5, 3, 1, "25", 1, 1},
+      {1e22, 3, 2, "1", 23, 0},
+      {inf, 2, 6, "inf", 9999, 0},
+      {-inf, 3, 6, "-inf", 9999, 1},
+      {std::numeric_limits<double>::quiet_NaN(), 2, 6, "nan", 9999, 0},
+   };
+   for (const auto &r : rows) {
+      Digits d = ToDigits(r.value, r.mode, r.count);
+      EXPECT_EQ(d.digits, r.digits) << r.value << " mode " << r.mode << " count " << r.count;
+      EXPECT_EQ(d.position, r.position) << r.value << " mode " << r.mode << " count " << r.count;
+      EXPECT_EQ(d.sign, r.sign) << r.value << " mode " << r.mode << " count " << r.count;
+   }
+}
+
+TEST(DoubleToDigits, AsksBeyondTheBufferGiveTheDigitsThatFit)
+{
+   // 1/3 has more digits than the buffer holds; what fits is correctly rounded.
+   Digits d = ToDigits(1.0 / 3.0, 3, 1000);
+   EXPECT_EQ(d.position, 0);
+   EXPECT_EQ(d.digits.size(), 54u);  // the exact value of the double ends there
+   Digits e = ToDigits(1.0 / 3.0, 2, 1000);
+   EXPECT_EQ(e.digits.substr(0, 17), "33333333333333331");
+   EXPECT_LE(e.digits.size(), 348u);
+}
+
+TEST(LongDoubleToDigits, TakesTheValueAsADouble)
+{
+   long double value = 1.5L;
+   int position = 0;
+   int sign = 0;
+   char *end = nullptr;
+   char *d = LongDoubleToDigits(&value, 2, 3, &position, &sign, &end);
+   ASSERT_NE(d, nullptr);
+   EXPECT_EQ(std::string(d, end), "15");
+   EXPECT_EQ(position, 1);
+   free(d);
+   value = 0.1L;  // not representable: the double nearest to it is what is printed
+   d = LongDoubleToDigits(&value, 2, 20, &position, &sign, &end);
+   EXPECT_EQ(std::string(d, end), "10000000000000000555");
+   free(d);
+}
+
+struct Utf16To8Row {
+   std::vector<uint16_t> source;
+   bool lenient;
+   size_t room;
+   int result;
+   std::string bytes;
+   size_t consumed;
+};
+
+TEST(ConvertUtf16ToUtf8, ResultsAndStoppingPoints)
+{
+   const Utf16To8Row rows[] = {
+      {{0x41}, false, 8, 0, "A", 1},
+      {{0xE9, 0x7FF, 0x800}, false, 8, 0, "\xC3\xA9\xDF\xBF\xE0\xA0\x80", 3},
+      {{0x20AC, 0xFFFF}, false, 8, 0, "\xE2\x82\xAC\xEF\xBF\xBF", 2},
+      {{0xD83D, 0xDE00}, false, 8, 0, "\xF0\x9F\x98\x80", 2},
+      {{0xDBFF, 0xDFFF}, false, 8, 0, "\xF4\x8F\xBF\xBF", 2},
+      {{0xD83D}, true, 8, 1, "", 0},
+      {{0xD83D}, false, 8, 1, "", 0},
+      {{0x41, 0xD83D}, true, 8, 1, "A", 1},
+      {{0xDE00}, true, 8, 0, "\xED\xB8\x80", 1},
+      {{0xDE00}, false, 8, 3, "", 0},
+      {{0xD83D, 0x41}, true, 8, 0, "\xED\xA0\xBD" "A", 2},
+      {{0x41, 0xD83D, 0x41}, false, 8, 3, "A", 1},
+      {{0xD83D, 0xDE00}, false, 3, 2, "", 0},
+      {{0x41, 0x20AC}, false, 3, 2, "A", 1},
+      {{0x41}, false, 0, 2, "", 0},
+      {{}, false, 0, 0, "", 0},
+   };
+   for (const auto &r : rows) {
+      std::vector<utf16_t> units(r.source.begin(), r.source.end());
+      char out[16];
+      const utf16_t *s = units.data();
+      char *t = out;
+      int result = ConvertUtf16ToUtf8(&s, units.data() + units.size(), &t, out + r.room, r.lenient);
+      EXPECT_EQ(result, r.result) << "row with " << r.source.size() << " units, room " << r.room;
+      EXPECT_EQ(std::string(out, t), r.bytes) << "result " << r.result;
+      EXPECT_EQ(static_cast<size_t>(s - units.data()), r.consumed) << "result " << r.result;
+   }
+}
+
+struct Utf8To16Row {
+   std::string source;
+   bool lenient;
+   size_t room;
+   int result;
+   std::vector<uint16_t> units;
+   size_t consumed;
+};
+
+TEST(ConvertUtf8ToUtf16, ResultsAndStoppingPoints)
+{
+   const Utf8To16Row rows[] = {
+      {"A", false, 8, 0, {0x41}, 1},
+      {"\xC3\xA9\xE2\x82\xAC", false, 8, 0, {0xE9, 0x20AC}, 5},
+      {"\xF0\x9F\x98\x80", false, 8, 0, {0xD83D, 0xDE00}, 4},
+      {"\xF4\x8F\xBF\xBF", false, 8, 0, {0xDBFF, 0xDFFF}, 4},
+      {"\xC0\x80", true, 8, 3, {}, 0},
+      {"a\xC1\xBF", false, 8, 3, {0x61}, 1},
+      {"\xE0\x80\x80", true, 8, 3, {}, 0},
+      {"\xED\xA0\x80", true, 8, 3, {}, 0},
+      {"\xF4\x90\x80\x80", true, 8, 3, {}, 0},
+      {"\xF5\x80\x80\x80", true, 8, 3, {}, 0},
+      {"\x80" "a", true, 8, 3, {}, 0},
+      {"\xF8\x88\x80\x80\x80", true, 8, 3, {}, 0},
+      {"\xC3\x28", false, 8, 3, {}, 0},
+      {"\xC3", false, 8, 1, {}, 0},
+      {"a\xE2\x82", true, 8, 1, {0x61}, 1},
+      {"\xF0\x9F\x98\x80", false, 1, 2, {}, 0},
+      {"ab", false, 1, 2, {0x61}, 1},
+      {"A", false, 0, 2, {}, 0},
+   };
+   for (const auto &r : rows) {
+      utf16_t out[16];
+      const char *s = r.source.data();
+      utf16_t *t = out;
+      int result =
+         ConvertUtf8ToUtf16(&s, r.source.data() + r.source.size(), &t, out + r.room, r.lenient);
+      EXPECT_EQ(result, r.result) << r.source;
+      EXPECT_EQ(std::vector<uint16_t>(out, t), r.units) << r.source;
+      EXPECT_EQ(static_cast<size_t>(s - r.source.data()), r.consumed) << r.source;
+   }
+}
+
+TEST(IsLegalUtf8, Boundaries)
+{
+   const struct {
+      const char *bytes;
+      size_t length;
+      bool legal;
+   } rows[] = {
+      {"A", 1, true},
+      {"\x80", 1, false},
+      {"\xC2\x80", 2, true},
+      {"\xC1\xBF", 2, false},
+      {"\xC3\x28", 2, false},
+      {"\xDF\xC0", 2, false},
+      {"\xE0\xA0\x80", 3, true},
+      {"\xE0\x9F\xBF", 3, false},
+      {"\xED\x9F\xBF", 3, true},
+      {"\xED\xA0\x80", 3, false},
+      {"\xEF\xBF\xBF", 3, true},
+      {"\xF0\x90\x80\x80", 4, true},
+      {"\xF0\x8F\xBF\xBF", 4, false},
+      {"\xF4\x8F\xBF\xBF", 4, true},
+      {"\xF4\x90\x80\x80", 4, false},
+      {"\xF5\x80\x80\x80", 4, false},
+      {"\xF8\x88\x80\x80\x80", 5, false},
+      {"", 0, false},
+   };
+   for (const auto &r : rows) {
+      EXPECT_EQ(IsLegalUtf8(r.bytes, r.length), r.legal) << r.length << " bytes";
+   }
+}
+
+std::string WideToUtf8(const utf16_t *text, ptrdiff_t limit)
+{
+   char *s = WideToUtf8String(text, limit);
+   std::string r = s != nullptr ? s : "<null>";
+   free(s);
+   return r;
+}
+
+std::u16string Utf8ToWide(const char *text, ptrdiff_t limit)
+{
+   utf16_t *s = Utf8ToWideString(text, limit);
+   std::u16string r = s != nullptr ? AsU16(s) : u"<null>";
+   free(s);
+   return r;
+}
+
+TEST(WideToUtf8String, LimitsAndGrowth)
+{
+   const struct {
+      std::string got;
+      std::string want;
+   } rows[] = {
+      {WideToUtf8(U16("abc"), -1), "abc"},
+      {WideToUtf8(U16(""), -1), ""},
+      {WideToUtf8(U16("abc"), 0), ""},
+      {WideToUtf8(U16("\u00e9\u00e9\u00e9"), 3), "\xC3\xA9"},
+      {WideToUtf8(U16("\u00e9\u00e9\u00e9"), 100), "\xC3\xA9\xC3\xA9\xC3\xA9"},
+      {WideToUtf8(U16("\u20ac\u20ac\u20ac"), -1), "\xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC"},
+      {WideToUtf8(U16("\u20ac\u20ac\u20ac"), 5), "\xE2\x82\xAC"},
+      {WideToUtf8(U16("\u20ac\u20ac\u20ac"), 6), "\xE2\x82\xAC\xE2\x82\xAC"},
+      {WideToUtf8(U16("\U0001F600"), 3), ""},
+      {WideToUtf8(U16("x\xDE00"), -1), "x\xED\xB8\x80"},
+   };
+   for (const auto &r : rows) {
+      EXPECT_EQ(r.got, r.want);
+   }
+}
+
+TEST(Utf8ToWideString, LimitsAndIllegalInput)
+{
+   const struct {
+      std::u16string got;
+      std::u16string want;
+   } rows[] = {
+      {Utf8ToWide("a\xC3\xA9", -1), u"a\u00e9"},
+      {Utf8ToWide("a\xC3\xA9", 2), u"a"},
+      {Utf8ToWide("a\xC3\xA9", 0), u""},
+      {Utf8ToWide("", -1), u""},
+      {Utf8ToWide("ab\xC0\x80" "cd", -1), u"ab"},
+      {Utf8ToWide("\xF0\x9F\x98\x80", -1), u"\U0001F600"},
+      {Utf8ToWide("\xF0\x9F\x98\x80" "z", 4), u"\U0001F600"},
+   };
+   for (const auto &r : rows) {
+      EXPECT_EQ(r.got, r.want);
+   }
+}
+
+} // namespace
