@@ -1,0 +1,143 @@
+// The custom actions' frame inside a real install: the marker, CustomActionData, result
+// codes and the trace lines around each action.
+#include "ScenarioFixture.h"
+
+#include <algorithm>
+
+namespace {
+
+using scenario::ActionOutcome;
+using Lines = std::vector<std::string>;
+
+TEST_F(InstallScenario, MarkerSetMakesEveryActionStandDown)
+{
+   const DWORD one = 1;
+   SetMarker(REG_DWORD, &one, 4);
+   const auto result = Install();
+
+   EXPECT_TRUE(result.actions.at(L"ExtractMigrConfig").ran);
+   EXPECT_EQ(result.actions.at(L"ExtractMigrConfig").code, 0u);
+   EXPECT_EQ(result.propertiesSet.count(L"MigrateConfigFilepath"), 0u) << "the path must stay unset";
+   // With nothing published, the service action gets an empty CustomActionData and still
+   // succeeds, because the marker is checked before the path is used.
+   EXPECT_EQ(result.propertiesSet.at(L"MigrateVantoraSvc"), L"");
+   EXPECT_EQ(result.actions.at(L"MigrateVantoraSvc").code, 0u);
+   // The user action checks its fields first, marker or not.
+   EXPECT_EQ(result.actions.at(L"MigrateVantoraUser").code, 1603u);
+
+   EXPECT_EQ(result.logEntries, (Lines{
+                                   "INFO Enter function: ExtractMigrConfig.",
+                                   "INFO Migration has already been performed; exiting.",
+                                   "INFO Leave function: ExtractMigrConfig.",
+                                   "INFO Enter function: MigrateVantoraSvc.",
+                                   "INFO Enter function: LoadMigrationConfiguration.",
+                                   "INFO The previous migration done, pass migration services.",
+                                   "INFO Leave function: LoadMigrationConfiguration.",
+                                   "INFO Leave function: MigrateVantoraSvc.",
+                                   "INFO Enter function: MigrateVantoraUser.",
+                                   "ERRO Failed to extract xml file path from CustomActionData.",
+                                   "INFO Leave function: MigrateVantoraUser.",
+                                }));
+}
+
+TEST_F(InstallScenario, MarkerOtherThanOneIsNotDone)
+{
+   const DWORD two = 2, zero = 0;
+   const ULONGLONG wideOne = 1;
+   const wchar_t text[] = L"1";
+   struct Case {
+      const char *what;
+      DWORD type;
+      const void *data;
+      DWORD size;
+   } cases[] = {
+      {"dword 2", REG_DWORD, &two, 4},
+      {"dword 0", REG_DWORD, &zero, 4},
+      {"qword 1", REG_QWORD, &wideOne, 8},
+      {"text 1", REG_SZ, text, sizeof(text)},
+   };
+   for (const Case &c : cases) {
+      SCOPED_TRACE(c.what);
+      SetMarker(c.type, c.data, c.size);
+      const auto result = Install();
+      // Not done, so the document is extracted: the step that isn't built yet ends the action.
+      EXPECT_EQ(result.actions.at(L"ExtractMigrConfig").code, 2u);
+      EXPECT_EQ(result.logEntries, (Lines{
+                                      "INFO Enter function: ExtractMigrConfig.",
+                                      "ERRO Installer can't extract configuration file from database.",
+                                      "INFO Leave function: ExtractMigrConfig.",
+                                   }));
+      EXPECT_EQ(result.actions.count(L"MigrateVantoraSvc"), 0u) << "the install halts before deferred actions";
+      TearDown();
+   }
+}
+
+TEST_F(InstallScenario, CustomActionDataLongerThanTheBufferFailsTheServiceAction)
+{
+   struct Case {
+      size_t length;
+      unsigned code;
+      const char *line;
+   } cases[] = {
+      // 259 characters fit the 260-character buffer: the read succeeds and the load fails.
+      {259, 1006, "ERRO Load migration configuration for services failed."},
+      {260, 1603, "ERRO Failed to fetch migration config file."},
+      {400, 1603, "ERRO Failed to fetch migration config file."},
+   };
+   for (const Case &c : cases) {
+      SCOPED_TRACE(c.length);
+      std::wstring path = L"C:\\missing\\";
+      path += std::wstring(c.length - path.size() - 4, L'x') + L".xml";
+      ASSERT_EQ(path.size(), c.length);
+      scenario::PackageChanges changes;
+      changes.properties.push_back({L"MigrateConfigFilepath", path});
+      changes.skippedActions.push_back(L"ExtractMigrConfig");
+      const auto result = Install(changes);
+
+      EXPECT_EQ(result.actions.at(L"MigrateVantoraSvc").code, c.code);
+      const Lines errors = EntriesStartingWith(result.logEntries, {"ERRO"});
+      ASSERT_FALSE(errors.empty());
+      EXPECT_EQ(errors.back(), c.line);
+      EXPECT_EQ(result.logEntries.back(), "INFO Leave function: MigrateVantoraSvc.");
+      TearDown();
+   }
+}
+
+TEST_F(InstallScenario, UserActionChecksBothFieldsOfCustomActionData)
+{
+   // CustomActionData is given directly, in place of the property-setting action. With the
+   // marker set, the load stands down and only the field checks and the tail of the action
+   // remain to be seen.
+   const DWORD one = 1;
+   const Lines loadStandsDown = {"INFO Enter function: LoadMigrationConfiguration.",
+                                 "INFO The previous migration done, pass migration services.",
+                                 "INFO Leave function: LoadMigrationConfiguration."};
+   struct Case {
+      const wchar_t *customActionData;
+      unsigned code;
+      Lines between; // the lines between Enter and Leave of MigrateVantoraUser
+   } cases[] = {
+      {L";S-1-5-21-0-0-0-1000", 1603, {"ERRO Failed to extract xml file path from CustomActionData."}},
+      {L"C:\\doc.xml", 1603, {"ERRO Failed to extract logged in user sid path."}},
+      {L"C:\\doc.xml;", 1603, {"ERRO Failed to extract logged in user sid path."}},
+      {L"C:\\doc.xml;S-1-5-21-0-0-0-1000;extra", 0, loadStandsDown},
+   };
+   for (const Case &c : cases) {
+      SCOPED_TRACE(scenario::Narrow(c.customActionData));
+      SetMarker(REG_DWORD, &one, 4);
+      scenario::PackageChanges changes;
+      changes.skippedActions = {L"ExtractMigrConfig", L"SetMigrateVantoraUserData"};
+      changes.properties = {{L"MigrateConfigFilepath", L"C:\\doc.xml"}, {L"MigrateVantoraUser", c.customActionData}};
+      const auto result = Install(changes);
+
+      EXPECT_EQ(result.actions.at(L"MigrateVantoraUser").code, c.code);
+      Lines expected = {"INFO Enter function: MigrateVantoraUser."};
+      expected.insert(expected.end(), c.between.begin(), c.between.end());
+      expected.push_back("INFO Leave function: MigrateVantoraUser.");
+      const auto userStart = std::find(result.logEntries.begin(), result.logEntries.end(), expected.front());
+      EXPECT_EQ(Lines(userStart, result.logEntries.end()), expected);
+      TearDown();
+   }
+}
+
+} // namespace

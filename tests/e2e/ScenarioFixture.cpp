@@ -1,0 +1,92 @@
+#include "ScenarioFixture.h"
+
+#include <cstdio>
+
+namespace {
+
+std::wstring BasePackagePath()
+{
+   std::wstring path = scenario::Widen(VTR_BASE_MSI);
+   for (wchar_t &c : path) {
+      if (c == L'/') {
+         c = L'\\';
+      }
+   }
+   return L"Z:" + path;
+}
+
+void ResetMachine()
+{
+   scenario::DeleteTree(HKEY_LOCAL_MACHINE, L"Software\\Corvane");
+   scenario::DeleteTree(HKEY_LOCAL_MACHINE, L"Software\\Eldrix, Inc.");
+}
+
+} // namespace
+
+void InstallScenario::SetUp()
+{
+   const ::testing::TestInfo *info = ::testing::UnitTest::GetInstance()->current_test_info();
+   workDirectory_ = scenario::TempDirectory() + L"vtr-e2e\\";
+   CreateDirectoryW(workDirectory_.c_str(), nullptr);
+   workDirectory_ += scenario::Widen(info->name()) + L"\\";
+   CreateDirectoryW(workDirectory_.c_str(), nullptr);
+   ResetMachine();
+}
+
+void InstallScenario::TearDown()
+{
+   if (!package_.empty()) {
+      scenario::UninstallPackage(package_);
+   }
+   ResetMachine();
+}
+
+scenario::InstallResult InstallScenario::Install(const scenario::PackageChanges &changes)
+{
+   package_ = workDirectory_ + L"package.msi";
+   std::string error;
+   if (!scenario::BuildPackage(BasePackagePath(), package_, changes, error)) {
+      ADD_FAILURE() << error;
+      return {};
+   }
+   // A product left installed by an earlier, interrupted run would put msi in maintenance mode.
+   scenario::UninstallPackage(package_);
+   return scenario::InstallPackage(package_);
+}
+
+scenario::PackageChanges InstallScenario::DeferredWithDocument(const std::string &xml)
+{
+   FILE *file = _wfopen(DocumentPath().c_str(), L"wb");
+   if (file != nullptr) {
+      fwrite(xml.data(), 1, xml.size(), file);
+      fclose(file);
+   }
+   scenario::PackageChanges changes;
+   changes.configXml = xml;
+   changes.properties.push_back({L"MigrateConfigFilepath", DocumentPath()});
+   changes.skippedActions.push_back(L"ExtractMigrConfig");
+   return changes;
+}
+
+void InstallScenario::SetMarker(DWORD type, const void *data, DWORD size)
+{
+   scenario::RegValue value{L"MigrationDone", type, {}};
+   const BYTE *bytes = static_cast<const BYTE *>(data);
+   value.data.assign(bytes, bytes + size);
+   ASSERT_TRUE(scenario::WriteValue(HKEY_LOCAL_MACHINE, MarkerKey, value));
+}
+
+std::vector<std::string> EntriesStartingWith(const std::vector<std::string> &log,
+                                             const std::vector<std::string> &prefixes)
+{
+   std::vector<std::string> selected;
+   for (const std::string &entry : log) {
+      for (const std::string &prefix : prefixes) {
+         if (entry.compare(0, prefix.size(), prefix) == 0) {
+            selected.push_back(entry);
+            break;
+         }
+      }
+   }
+   return selected;
+}

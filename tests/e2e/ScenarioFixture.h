@@ -1,0 +1,39 @@
+#pragma once
+// One end-to-end scenario: a known machine state, a copy of the base package, a real
+// msiexec install under Wine, and the product removed again afterwards.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "MsiScenario.h"
+
+class InstallScenario : public ::testing::Test
+{
+protected:
+   static constexpr const wchar_t *MarkerKey = L"Software\\Corvane";
+   static constexpr const wchar_t *OldVendorKey = L"Software\\Eldrix, Inc.";
+
+   void SetUp() override;
+   void TearDown() override;
+
+   // Builds this scenario's package from the base package and installs it.
+   scenario::InstallResult Install(const scenario::PackageChanges &changes = {});
+
+   // Changes that hand the deferred actions a document on disk directly, bypassing the
+   // immediate action; the document is written to this scenario's work directory.
+   scenario::PackageChanges DeferredWithDocument(const std::string &xml);
+   std::wstring DocumentPath() const { return workDirectory_ + L"vtrMigrateConf.xml"; }
+
+   static void SetMarker(DWORD type, const void *data, DWORD size);
+   static std::string WideLog(const std::wstring &text) { return scenario::Narrow(text); }
+
+   std::wstring workDirectory_;
+   std::wstring package_;
+};
+
+// The entries of `log` that mention one of `prefixes` ("Enter function", ...), in order.
+std::vector<std::string> EntriesStartingWith(const std::vector<std::string> &log,
+                                             const std::vector<std::string> &prefixes);

@@ -1,0 +1,542 @@
+#include "MsiScenario.h"
+
+#include <msi.h>
+#include <msiquery.h>
+
+#include <cstdio>
+#include <regex>
+#include <sstream>
+
+namespace scenario {
+namespace {
+
+class MsiHandle
+{
+public:
+   MsiHandle() = default;
+   ~MsiHandle()
+   {
+      if (handle_ != 0) {
+         MsiCloseHandle(handle_);
+      }
+   }
+   MsiHandle(const MsiHandle &) = delete;
+   MsiHandle &operator=(const MsiHandle &) = delete;
+   MSIHANDLE get() const { return handle_; }
+   MSIHANDLE *put() { return &handle_; }
+
+private:
+   MSIHANDLE handle_ = 0;
+};
+
+class KeyHandle
+{
+public:
+   KeyHandle() = default;
+   ~KeyHandle()
+   {
+      if (key_ != nullptr) {
+         RegCloseKey(key_);
+      }
+   }
+   KeyHandle(const KeyHandle &) = delete;
+   KeyHandle &operator=(const KeyHandle &) = delete;
+   HKEY get() const { return key_; }
+   HKEY *put() { return &key_; }
+
+private:
+   HKEY key_ = nullptr;
+};
+
+std::string ReadFileBytes(const std::wstring &path)
+{
+   std::string bytes;
+   FILE *file = _wfopen(path.c_str(), L"rb");
+   if (file == nullptr) {
+      return bytes;
+   }
+   char chunk[8192];
+   size_t read;
+   while ((read = fread(chunk, 1, sizeof(chunk), file)) > 0) {
+      bytes.append(chunk, read);
+   }
+   fclose(file);
+   return bytes;
+}
+
+bool WriteFileBytes(const std::wstring &path, const std::string &bytes)
+{
+   FILE *file = _wfopen(path.c_str(), L"wb");
+   if (file == nullptr) {
+      return false;
+   }
+   const bool ok = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+   return fclose(file) == 0 && ok;
+}
+
+bool Execute(MSIHANDLE database, const std::wstring &sql, std::string &error)
+{
+   MsiHandle view;
+   UINT status = MsiDatabaseOpenViewW(database, sql.c_str(), view.put());
+   if (status == ERROR_SUCCESS) {
+      status = MsiViewExecute(view.get(), 0);
+   }
+   if (status != ERROR_SUCCESS) {
+      error = "SQL failed (" + std::to_string(status) + "): " + Narrow(sql);
+      return false;
+   }
+   return true;
+}
+
+std::wstring Quoted(const std::wstring &text)
+{
+   std::wstring out;
+   for (wchar_t c : text) {
+      out += c;
+      if (c == L'\'') {
+         out += L'\'';
+      }
+   }
+   return out;
+}
+
+std::wstring WineStderrPath()
+{
+   wchar_t unixPath[MAX_PATH] = {};
+   const DWORD length = GetEnvironmentVariableW(L"VTR_WINE_STDERR", unixPath, MAX_PATH);
+   if (length == 0 || length >= MAX_PATH) {
+      return std::wstring();
+   }
+   std::wstring path = L"Z:";
+   for (const wchar_t *c = unixPath; *c; ++c) {
+      path += *c == L'/' ? L'\\' : *c;
+   }
+   return path;
+}
+
+long long FileSize(const std::wstring &path)
+{
+   WIN32_FILE_ATTRIBUTE_DATA data;
+   if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data)) {
+      return 0;
+   }
+   return (static_cast<long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
+}
+
+std::string ReadFileTail(const std::wstring &path, long long offset)
+{
+   const std::string bytes = ReadFileBytes(path);
+   return offset < static_cast<long long>(bytes.size()) ? bytes.substr(offset) : std::string();
+}
+
+DWORD RunProcess(std::wstring commandLine, const std::wstring &outputPath, const wchar_t *wineDebug)
+{
+   SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
+   HANDLE output = CreateFileW(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
+                               CREATE_ALWAYS, 0, nullptr);
+   // msi reads its trace switch from the environment it starts with.
+   wchar_t savedDebug[256] = {};
+   const DWORD savedLength = GetEnvironmentVariableW(L"WINEDEBUG", savedDebug, 256);
+   SetEnvironmentVariableW(L"WINEDEBUG", wineDebug);
+
+   STARTUPINFOW startup = {};
+   startup.cb = sizeof(startup);
+   startup.dwFlags = STARTF_USESTDHANDLES;
+   startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+   startup.hStdOutput = output;
+   startup.hStdError = output;
+   PROCESS_INFORMATION process = {};
+   DWORD exitCode = static_cast<DWORD>(-1);
+   if (CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process)) {
+      WaitForSingleObject(process.hProcess, INFINITE);
+      GetExitCodeProcess(process.hProcess, &exitCode);
+      CloseHandle(process.hThread);
+      CloseHandle(process.hProcess);
+   }
+   SetEnvironmentVariableW(L"WINEDEBUG", savedLength > 0 ? savedDebug : nullptr);
+   if (output != INVALID_HANDLE_VALUE) {
+      CloseHandle(output);
+   }
+   return exitCode;
+}
+
+std::wstring ProductCodeOf(const std::wstring &packagePath)
+{
+   MsiHandle database;
+   if (MsiOpenDatabaseW(packagePath.c_str(), MSIDBOPEN_READONLY, database.put()) != ERROR_SUCCESS) {
+      return std::wstring();
+   }
+   MsiHandle view;
+   MsiHandle record;
+   if (MsiDatabaseOpenViewW(database.get(), L"SELECT `Value` FROM `Property` WHERE `Property`='ProductCode'",
+                            view.put()) != ERROR_SUCCESS ||
+       MsiViewExecute(view.get(), 0) != ERROR_SUCCESS || MsiViewFetch(view.get(), record.put()) != ERROR_SUCCESS) {
+      return std::wstring();
+   }
+   wchar_t code[64] = {};
+   DWORD size = 64;
+   MsiRecordGetStringW(record.get(), 1, code, &size);
+   return code;
+}
+
+void AppendValueText(std::ostringstream &out, const RegValue &value)
+{
+   switch (value.type) {
+   case REG_SZ:
+   case REG_EXPAND_SZ: {
+      std::wstring text(reinterpret_cast<const wchar_t *>(value.data.data()), value.data.size() / sizeof(wchar_t));
+      while (!text.empty() && text.back() == L'\0') {
+         text.pop_back();
+      }
+      out << (value.type == REG_SZ ? "REG_SZ \"" : "REG_EXPAND_SZ \"") << Narrow(text) << "\"";
+      break;
+   }
+   case REG_DWORD:
+      if (value.data.size() == 4) {
+         DWORD number;
+         memcpy(&number, value.data.data(), 4);
+         out << "REG_DWORD " << number;
+         break;
+      }
+      [[fallthrough]];
+   case REG_QWORD:
+      if (value.type == REG_QWORD && value.data.size() == 8) {
+         ULONGLONG number;
+         memcpy(&number, value.data.data(), 8);
+         out << "REG_QWORD " << number;
+         break;
+      }
+      [[fallthrough]];
+   default: {
+      static const char digits[] = "0123456789abcdef";
+      out << "type " << value.type << " hex:";
+      for (BYTE b : value.data) {
+         out << digits[b >> 4] << digits[b & 15];
+      }
+   }
+   }
+}
+
+void DumpKey(HKEY parent, const std::wstring &path, const std::wstring &shownPath, std::vector<std::string> &lines)
+{
+   KeyHandle key;
+   if (RegOpenKeyExW(parent, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS) {
+      return;
+   }
+   lines.push_back(Narrow(shownPath));
+   for (DWORD index = 0;; ++index) {
+      wchar_t name[16384];
+      DWORD nameLength = 16384;
+      DWORD type = 0;
+      DWORD size = 0;
+      if (RegEnumValueW(key.get(), index, name, &nameLength, nullptr, &type, nullptr, &size) != ERROR_SUCCESS) {
+         break;
+      }
+      RegValue value;
+      value.name.assign(name, nameLength);
+      value.type = type;
+      value.data.resize(size);
+      nameLength = 16384;
+      RegEnumValueW(key.get(), index, name, &nameLength, nullptr, &type, value.data.data(), &size);
+      std::ostringstream line;
+      line << Narrow(shownPath) << ": " << (value.name.empty() ? "(default)" : Narrow(value.name)) << " = ";
+      AppendValueText(line, value);
+      lines.push_back(line.str());
+   }
+   for (DWORD index = 0;; ++index) {
+      wchar_t name[256];
+      DWORD nameLength = 256;
+      if (RegEnumKeyExW(key.get(), index, name, &nameLength, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+         break;
+      }
+      DumpKey(key.get(), name, shownPath + L"\\" + name, lines);
+   }
+}
+
+} // namespace
+
+std::string Narrow(const std::wstring &text)
+{
+   if (text.empty()) {
+      return std::string();
+   }
+   const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0, nullptr,
+                                        nullptr);
+   std::string out(size, '\0');
+   WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), size, nullptr, nullptr);
+   return out;
+}
+
+std::wstring Widen(const std::string &text)
+{
+   if (text.empty()) {
+      return std::wstring();
+   }
+   const int size = MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
+   std::wstring out(size, L'\0');
+   MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), size);
+   return out;
+}
+
+std::wstring TempDirectory()
+{
+   wchar_t path[MAX_PATH] = {};
+   GetTempPathW(MAX_PATH, path);
+   return path;
+}
+
+std::wstring MigrationLogPath()
+{
+   return TempDirectory() + L"MigrVantora.log";
+}
+
+bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePath, const PackageChanges &changes,
+                  std::string &error)
+{
+   if (!CopyFileW(basePackage.c_str(), packagePath.c_str(), FALSE)) {
+      error = "can't copy " + Narrow(basePackage) + " to " + Narrow(packagePath);
+      return false;
+   }
+   SetFileAttributesW(packagePath.c_str(), FILE_ATTRIBUTE_NORMAL);
+
+   MsiHandle database;
+   if (MsiOpenDatabaseW(packagePath.c_str(), MSIDBOPEN_TRANSACT, database.put()) != ERROR_SUCCESS) {
+      error = "can't open " + Narrow(packagePath);
+      return false;
+   }
+
+   if (changes.configXml) {
+      const std::wstring streamFile = packagePath + L".conf.xml";
+      if (!WriteFileBytes(streamFile, *changes.configXml)) {
+         error = "can't write " + Narrow(streamFile);
+         return false;
+      }
+      MsiHandle view;
+      MsiHandle record;
+      UINT status = MsiDatabaseOpenViewW(
+         database.get(), L"SELECT `Name`, `Data` FROM `Binary` WHERE `Name`='vtrMigrateConf.xml'", view.put());
+      if (status == ERROR_SUCCESS) {
+         status = MsiViewExecute(view.get(), 0);
+      }
+      if (status == ERROR_SUCCESS) {
+         status = MsiViewFetch(view.get(), record.put());
+      }
+      if (status == ERROR_SUCCESS) {
+         status = MsiRecordSetStreamW(record.get(), 2, streamFile.c_str());
+      }
+      if (status == ERROR_SUCCESS) {
+         status = MsiViewModify(view.get(), MSIMODIFY_UPDATE, record.get());
+      }
+      DeleteFileW(streamFile.c_str());
+      if (status != ERROR_SUCCESS) {
+         error = "can't replace the configuration stream (" + std::to_string(status) + ")";
+         return false;
+      }
+   }
+
+   for (const auto &[name, value] : changes.properties) {
+      if (!Execute(database.get(),
+                   L"INSERT INTO `Property` (`Property`, `Value`) VALUES ('" + Quoted(name) + L"', '" + Quoted(value) +
+                      L"')",
+                   error)) {
+         return false;
+      }
+   }
+   for (const std::wstring &action : changes.skippedActions) {
+      if (!Execute(database.get(),
+                   L"UPDATE `InstallExecuteSequence` SET `Condition`='0' WHERE `Action`='" + Quoted(action) + L"'",
+                   error)) {
+         return false;
+      }
+   }
+   if (MsiDatabaseCommit(database.get()) != ERROR_SUCCESS) {
+      error = "can't commit " + Narrow(packagePath);
+      return false;
+   }
+   return true;
+}
+
+InstallResult InstallPackage(const std::wstring &packagePath)
+{
+   InstallResult result;
+   DeleteFileW(MigrationLogPath().c_str());
+
+   const std::wstring verboseLog = packagePath + L".install.log";
+   const std::wstring outputPath = packagePath + L".output.log";
+   const std::wstring tracePath = WineStderrPath();
+   const long long traceStart = tracePath.empty() ? 0 : FileSize(tracePath);
+   result.msiexecExitCode =
+      RunProcess(L"msiexec.exe /i \"" + packagePath + L"\" /qn /l*v \"" + verboseLog + L"\"", outputPath, L"+msi");
+
+   if (!tracePath.empty()) {
+      result.installerTrace = ReadFileTail(tracePath, traceStart);
+   }
+   result.actions = ParseActionOutcomes(result.installerTrace);
+   result.propertiesSet = ParsePropertiesSet(result.installerTrace);
+   result.migrationLog = ReadFileBytes(MigrationLogPath());
+   result.logEntries = SplitLogEntries(result.migrationLog);
+   return result;
+}
+
+void UninstallPackage(const std::wstring &packagePath)
+{
+   const std::wstring productCode = ProductCodeOf(packagePath);
+   if (productCode.empty() || MsiQueryProductStateW(productCode.c_str()) != INSTALLSTATE_DEFAULT) {
+      return;
+   }
+   RunProcess(L"msiexec.exe /x " + productCode + L" /qn", packagePath + L".uninstall.log", L"-all");
+}
+
+std::vector<std::string> SplitLogEntries(const std::string &log)
+{
+   static const std::regex head(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} <\d+> \[\d+\] )");
+   std::vector<std::string> entries;
+   std::istringstream lines(log);
+   std::string line;
+   while (std::getline(lines, line)) {
+      while (!line.empty() && line.back() == '\r') {
+         line.pop_back();
+      }
+      std::smatch match;
+      if (std::regex_search(line, match, head)) {
+         entries.push_back(match.suffix());
+      } else if (!entries.empty()) {
+         entries.back() += "\n" + line;
+      }
+   }
+   return entries;
+}
+
+std::map<std::wstring, ActionOutcome> ParseActionOutcomes(const std::string &trace)
+{
+   // msi names the custom action it is about to run, then reports a return value only when
+   // it is neither 0 nor one of the few it passes through, and halts on any failure.
+   static const std::regex handling(R"re(Handling custom action L"([^"]+)")re");
+   static const std::regex invalid(R"([Ii]nvalid Return Code (\d+))");
+   static const std::regex halted(R"re(action L"(.*)"(\.\.\.)? returned (\d+))re");
+   std::map<std::wstring, ActionOutcome> outcomes;
+   std::wstring current;
+   std::istringstream lines(trace);
+   std::string line;
+   while (std::getline(lines, line)) {
+      std::smatch match;
+      if (std::regex_search(line, match, handling)) {
+         current = Widen(match[1]);
+         outcomes[current] = ActionOutcome{true, 0};
+      } else if (std::regex_search(line, match, invalid) && !current.empty()) {
+         outcomes[current].code = static_cast<unsigned>(std::stoul(match[1]));
+      } else if (std::regex_search(line, match, halted)) {
+         // A deferred action is named with its script data in front: "[data<=>sid<=>product]Name",
+         // and a long name is cut short with "..."; the action being handled is the one meant.
+         std::string name = match[1];
+         const bool cut = match[2].matched;
+         if (!cut && !name.empty() && name.front() == '[' && name.rfind(']') != std::string::npos) {
+            name.erase(0, name.rfind(']') + 1);
+         }
+         const std::wstring action = cut ? current : Widen(name);
+         if (action.empty()) {
+            continue;
+         }
+         ActionOutcome &outcome = outcomes[action];
+         outcome.ran = true;
+         if (outcome.code == 0) {
+            outcome.code = static_cast<unsigned>(std::stoul(match[3]));
+         }
+      }
+   }
+   return outcomes;
+}
+
+std::map<std::wstring, std::wstring> ParsePropertiesSet(const std::string &trace)
+{
+   static const std::regex set(R"re(msi_set_property [0-9A-Fa-f]+ L"([^"]*)" L"((?:[^"\\]|\\.)*)")re");
+   std::map<std::wstring, std::wstring> properties;
+   std::istringstream lines(trace);
+   std::string line;
+   while (std::getline(lines, line)) {
+      std::smatch match;
+      if (std::regex_search(line, match, set)) {
+         std::string value;
+         const std::string escaped = match[2];
+         for (size_t i = 0; i < escaped.size(); ++i) {
+            value += escaped[i] == '\\' && i + 1 < escaped.size() ? escaped[++i] : escaped[i];
+         }
+         properties[Widen(match[1])] = Widen(value);
+      }
+   }
+   return properties;
+}
+
+bool CreateKey(HKEY root, const std::wstring &path)
+{
+   KeyHandle key;
+   return RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.put(), nullptr) ==
+          ERROR_SUCCESS;
+}
+
+bool WriteValue(HKEY root, const std::wstring &path, const RegValue &value)
+{
+   KeyHandle key;
+   if (RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.put(), nullptr) !=
+       ERROR_SUCCESS) {
+      return false;
+   }
+   return RegSetValueExW(key.get(), value.name.c_str(), 0, value.type, value.data.data(),
+                         static_cast<DWORD>(value.data.size())) == ERROR_SUCCESS;
+}
+
+bool WriteString(HKEY root, const std::wstring &path, const std::wstring &name, const std::wstring &text)
+{
+   RegValue value{name, REG_SZ, {}};
+   const BYTE *bytes = reinterpret_cast<const BYTE *>(text.c_str());
+   value.data.assign(bytes, bytes + (text.size() + 1) * sizeof(wchar_t));
+   return WriteValue(root, path, value);
+}
+
+bool WriteDword(HKEY root, const std::wstring &path, const std::wstring &name, DWORD number)
+{
+   RegValue value{name, REG_DWORD, std::vector<BYTE>(4)};
+   memcpy(value.data.data(), &number, 4);
+   return WriteValue(root, path, value);
+}
+
+bool KeyExists(HKEY root, const std::wstring &path)
+{
+   KeyHandle key;
+   return RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS;
+}
+
+std::optional<RegValue> ReadValue(HKEY root, const std::wstring &path, const std::wstring &name)
+{
+   KeyHandle key;
+   if (RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS) {
+      return std::nullopt;
+   }
+   RegValue value{name, REG_NONE, {}};
+   DWORD size = 0;
+   if (RegQueryValueExW(key.get(), name.c_str(), nullptr, &value.type, nullptr, &size) != ERROR_SUCCESS) {
+      return std::nullopt;
+   }
+   value.data.resize(size);
+   if (RegQueryValueExW(key.get(), name.c_str(), nullptr, &value.type, value.data.data(), &size) != ERROR_SUCCESS) {
+      return std::nullopt;
+   }
+   value.data.resize(size);
+   return value;
+}
+
+void DeleteTree(HKEY root, const std::wstring &path)
+{
+   RegDeleteTreeW(root, path.c_str());
+   RegDeleteKeyW(root, path.c_str());
+}
+
+std::vector<std::string> DumpTree(HKEY root, const std::wstring &path)
+{
+   std::vector<std::string> lines;
+   const size_t cut = path.rfind(L'\\');
+   DumpKey(root, path, cut == std::wstring::npos ? path : path.substr(cut + 1), lines);
+   return lines;
+}
+
+} // namespace scenario
