@@ -412,6 +412,7 @@ std::map<std::wstring, ActionOutcome> ParseActionOutcomes(const std::string &tra
    // msi names the custom action it is about to run, then reports a return value only when
    // it is neither 0 nor one of the few it passes through, and halts on any failure.
    static const std::regex handling(R"re(Handling custom action L"([^"]+)")re");
+   static const std::regex calling(R"re(Calling function L"([^"]+)")re");
    static const std::regex invalid(R"([Ii]nvalid Return Code (\d+))");
    static const std::regex halted(R"re(action L"(.*)"(\.\.\.)? returned (\d+))re");
    std::map<std::wstring, ActionOutcome> outcomes;
@@ -421,8 +422,11 @@ std::map<std::wstring, ActionOutcome> ParseActionOutcomes(const std::string &tra
    while (std::getline(lines, line)) {
       std::smatch match;
       if (std::regex_search(line, match, handling)) {
+         // A deferred action is handled twice: when it is scheduled and when the script runs it.
          current = Widen(match[1]);
-         outcomes[current] = ActionOutcome{true, 0};
+         outcomes[current].code = 0;
+      } else if (std::regex_search(line, match, calling) && !current.empty()) {
+         outcomes[current].ran = true;
       } else if (std::regex_search(line, match, invalid) && !current.empty()) {
          outcomes[current].code = static_cast<unsigned>(std::stoul(match[1]));
       } else if (std::regex_search(line, match, halted)) {
