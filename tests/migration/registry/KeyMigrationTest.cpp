@@ -347,6 +347,52 @@ TEST_F(KeyMigrationTest, DestinationThatRefusesWritingIsLoggedAndSkipped)
    EXPECT_THAT(SubKeyNames(Dest), IsEmpty());
 }
 
+TEST_F(KeyMigrationTest, ClassesRootTakesTheMachineClassesDescriptor)
+{
+   RegDeleteTreeW(HKEY_CLASSES_ROOT, L"VtrTestClassSrc");
+   RegDeleteTreeW(HKEY_CLASSES_ROOT, L"VtrTestClassDst");
+   UniqueHkey source;
+   ASSERT_EQ(RegCreateKeyExW(HKEY_CLASSES_ROOT, L"VtrTestClassSrc", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, source.put(),
+                             nullptr),
+             ERROR_SUCCESS);
+   SetTestValue(source.get(), L"FriendlyAppName", REG_SZ, WideBytes(L"App"));
+   source.reset();
+
+   MigrateRegistryKeyRule(HKEY_CLASSES_ROOT, L"", Rule(L"VtrTestClassSrc", L"VtrTestClassDst", L"Overwrite"));
+
+   EXPECT_THAT(Log(), ElementsAre("INFO Migrated FriendlyAppName to FriendlyAppName."));
+   UniqueHkey dest;
+   EXPECT_EQ(RegOpenKeyExW(HKEY_CLASSES_ROOT, L"VtrTestClassDst", 0, KEY_READ, dest.put()), ERROR_SUCCESS);
+   EXPECT_EQ(ReadTestValue(dest.get(), L"FriendlyAppName"), (StoredValue{REG_SZ, WideBytes(L"App")}));
+   dest.reset();
+   RegDeleteTreeW(HKEY_CLASSES_ROOT, L"VtrTestClassSrc");
+   RegDeleteKeyW(HKEY_CLASSES_ROOT, L"VtrTestClassSrc");
+   RegDeleteTreeW(HKEY_CLASSES_ROOT, L"VtrTestClassDst");
+   RegDeleteKeyW(HKEY_CLASSES_ROOT, L"VtrTestClassDst");
+}
+
+TEST_F(KeyMigrationTest, LeafIsCreatedEvenWhenItsSourceDescriptorCannotBeRead)
+{
+   SetKeySecurity(Source, L"D:P(A;;KA;;;BA)(A;;KA;;;SY)", DACL_SECURITY_INFORMATION);
+   {
+      // Needs a platform that lets the vendor key (no descriptor of its own) be opened for
+      // its SACL without the privilege, as Wine does; Windows refuses both keys.
+      UniqueHkey vendor;
+      if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, Vendor.c_str(), 0, KEY_READ | ACCESS_SYSTEM_SECURITY, vendor.put()) !=
+          ERROR_SUCCESS) {
+         GTEST_SKIP() << "the vendor key's SACL can't be read without SeSecurityPrivilege here";
+      }
+   }
+   // Only the leaf asks for the source's descriptor: one line, though two keys are made.
+   const std::wstring dest = TestRoot + L"\\Middle\\Client";
+   MigrateRegistryKeyRule(HKEY_LOCAL_MACHINE, Vendor, Rule(Source, dest, L"Overwrite"));
+
+   ASSERT_GE(Log().size(), 2u);
+   EXPECT_EQ(Log()[0], "WARN Source path Software\\Eldrix, Inc.\\Client doesn't exist.");
+   EXPECT_EQ(Log()[1], "INFO Migrated v1 to v1.");
+   EXPECT_EQ(ReadTestValue(dest, L"v1"), (StoredValue{REG_DWORD, DwordBytes(1)}));
+}
+
 // Descriptors. Reading a SACL needs ACCESS_SYSTEM_SECURITY, which needs SeSecurityPrivilege
 // on a key that has a descriptor of its own.
 class KeySecurityTest : public KeyMigrationTest
