@@ -520,6 +520,20 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
          return static_cast<int>(arg(nextarg++));
       };
 
+      // A precision counts characters of the output width; on narrow text it never splits
+      // a UTF-8 character, on wide text it ignores surrogate pairs.
+      auto stringLength = [&](const CharT *text, int64_t precision) -> int64_t {
+         if (precision < 0) {
+            return static_cast<int64_t>(TextLength(text));
+         }
+         if constexpr (kWide) {
+            return TextLengthWithin(text, precision);
+         } else {
+            return static_cast<int64_t>(
+               TrimUtf8End(text, static_cast<size_t>(TextLengthWithin(text, precision))));
+         }
+      };
+
       for (;;) {
          const CharT *run = fmt;
          while (*fmt != 0 && *fmt != '%') {
@@ -787,7 +801,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
                if (cp == nullptr) {
                   cp = kNull;
                }
-               size = prec >= 0 ? TextLengthWithin(cp, prec) : static_cast<int64_t>(TextLength(cp));
+               size = stringLength(cp, prec);
             } else {
                const utf16_t *ws = reinterpret_cast<const utf16_t *>(arg(nextarg++));
                if (ws == nullptr) {
@@ -800,7 +814,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
                   }
                   cp = static_cast<const CharT *>(s.stringBuffer);
                }
-               goto narrowString;
+               size = stringLength(cp, prec);
             }
             sign = 0;
             break;
@@ -821,7 +835,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
                   }
                   cp = static_cast<const CharT *>(s.stringBuffer);
                }
-               size = prec >= 0 ? TextLengthWithin(cp, prec) : static_cast<int64_t>(TextLength(cp));
+               size = stringLength(cp, prec);
                sign = 0;
                break;
             } else {
@@ -830,15 +844,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
                   cp = kNull;
                }
             }
-         narrowString:
-            if constexpr (!kWide) {
-               if (prec >= 0) {
-                  size = static_cast<int64_t>(
-                     TrimUtf8End(cp, static_cast<size_t>(TextLengthWithin(cp, prec))));
-               } else {
-                  size = static_cast<int64_t>(TextLength(cp));
-               }
-            }
+            size = stringLength(cp, prec);
             sign = 0;
             break;
          case 'e':

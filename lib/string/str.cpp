@@ -40,7 +40,7 @@ int Str_Vsnprintf(char *buffer, size_t size, const char *format, va_list ap)
    if (n >= 0 && static_cast<size_t>(n) < size) {
       return n;
    }
-   if (size != 0) {
+   if (size != 0 && buffer != nullptr) {
       buffer[TrimUtf8End(buffer, size - 1)] = '\0';
    }
    return -1;
