@@ -107,6 +107,16 @@ TEST(Differential, FloatingConversionsOfFiniteValues)
    }
 }
 
+TEST(Differential, StarsAndPositions)
+{
+   Compare("%*d|%-*d|%.*d|", 5, 42, 6, 42, 3, 7);
+   Compare("%*d|%*s|", -5, 42, -4, "ab");
+   Compare("%.*f|%.*s|", -1, 1.5, -3, "abcdef");
+   Compare("%2$s %1$d %2$s", 5, "ab");
+   Compare("%1$*2$.*3$f|%1$e", 3.14159, 10, 2);
+   Compare("%3$s%2$s%1$s", "a", "b", "c");
+}
+
 TEST(Differential, InfinitiesWithoutZeroPadding)
 {
    const double inf = DBL_MAX * 2;
