@@ -58,6 +58,12 @@ inline int AddDigit(int n, int digit)
    return n > (INT_MAX - digit) / 10 ? INT_MAX : n * 10 + digit;
 }
 
+// The number of the argument a conversion takes, moving on to the next one.
+inline int TakeNext(int &nextarg)
+{
+   return nextarg < INT_MAX ? nextarg++ : nextarg;
+}
+
 template <typename CharT>
 int ReadNumber(const CharT *&p, int first)
 {
@@ -125,7 +131,7 @@ void NoteAsterisk(const CharT *&fmt, int *nextarg, TypeTable *t)
       TypeTableSet(t, n, ARG_INT);
       fmt = cp + 1;
    } else {
-      TypeTableSet(t, (*nextarg)++, ARG_INT);
+      TypeTableSet(t, TakeNext(*nextarg), ARG_INT);
    }
 }
 
@@ -199,22 +205,22 @@ void FindArgumentTypes(const CharT *fmt, TypeTable *t)
             flags |= INTMAXT;
             continue;
          case 'c':
-            TypeTableSet(t, nextarg++, (flags & LONGINT) ? ARG_WCHAR : ARG_INT);
+            TypeTableSet(t, TakeNext(nextarg), (flags & LONGINT) ? ARG_WCHAR : ARG_INT);
             break;
          case 'C':
-            TypeTableSet(t, nextarg++, ARG_WCHAR);
+            TypeTableSet(t, TakeNext(nextarg), ARG_WCHAR);
             break;
          case 'd': case 'i': case 'o': case 'u': case 'x': case 'X':
-            TypeTableSet(t, nextarg++, (flags & kInteger64) ? ARG_INT64 : ARG_INT);
+            TypeTableSet(t, TakeNext(nextarg), (flags & kInteger64) ? ARG_INT64 : ARG_INT);
             break;
          case 'D': case 'O': case 'U':
-            TypeTableSet(t, nextarg++, ARG_INT);
+            TypeTableSet(t, TakeNext(nextarg), ARG_INT);
             break;
          case 'a': case 'A': case 'e': case 'E': case 'f': case 'g': case 'G':
-            TypeTableSet(t, nextarg++, ARG_DOUBLE);
+            TypeTableSet(t, TakeNext(nextarg), ARG_DOUBLE);
             break;
          case 'n': case 'p': case 's': case 'S':
-            TypeTableSet(t, nextarg++, ARG_POINTER);
+            TypeTableSet(t, TakeNext(nextarg), ARG_POINTER);
             break;
          case 0:
             return;
@@ -517,7 +523,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
             fmt = cp + 1;
             return static_cast<int>(arg(n));
          }
-         return static_cast<int>(arg(nextarg++));
+         return static_cast<int>(arg(TakeNext(nextarg)));
       };
 
       // A precision counts characters of the output width; on narrow text it never splits
@@ -671,11 +677,11 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
                goto wideChar;
             }
             if constexpr (kWide) {
-               int c = static_cast<int>(static_cast<uint32_t>(arg(nextarg++)));
+               int c = static_cast<int>(static_cast<uint32_t>(arg(TakeNext(nextarg))));
                wint_t w = c == EOF ? WEOF : btowc(c);
                charBuffer[0] = w == WEOF ? static_cast<utf16_t>(0xFFFF) : static_cast<utf16_t>(w);
             } else {
-               charBuffer[0] = static_cast<char>(arg(nextarg++));
+               charBuffer[0] = static_cast<char>(arg(TakeNext(nextarg)));
             }
             cp = charBuffer;
             size = 1;
@@ -683,7 +689,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
             break;
          case 'C':
          wideChar: {
-            uint16_t wc = static_cast<uint16_t>(arg(nextarg++));
+            uint16_t wc = static_cast<uint16_t>(arg(TakeNext(nextarg)));
             if constexpr (kWide) {
                charBuffer[0] = static_cast<utf16_t>(wc);
                size = 1;
@@ -705,7 +711,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
             [[fallthrough]];
          case 'd':
          case 'i': {
-            uint64_t slot = arg(nextarg++);
+            uint64_t slot = arg(TakeNext(nextarg));
             int64_t v;
             if (flags & kInteger64) {
                v = static_cast<int64_t>(slot);
@@ -746,7 +752,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
             base = 16;
             flags &= ~GROUPING;
          unsignedArg: {
-            uint64_t slot = arg(nextarg++);
+            uint64_t slot = arg(TakeNext(nextarg));
             if (flags & kInteger64) {
                uval = slot;
             } else if (flags & LONGINT) {
@@ -765,7 +771,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
             goto number;
          }
          case 'p':
-            uval = arg(nextarg++);
+            uval = arg(TakeNext(nextarg));
             base = 16;
             xdigs = kDigits + 16;
             sign = 0;
@@ -797,13 +803,13 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
          case 'S':
          wideString: {
             if constexpr (kWide) {
-               cp = reinterpret_cast<const CharT *>(arg(nextarg++));
+               cp = reinterpret_cast<const CharT *>(arg(TakeNext(nextarg)));
                if (cp == nullptr) {
                   cp = kNull;
                }
                size = stringLength(cp, prec);
             } else {
-               const utf16_t *ws = reinterpret_cast<const utf16_t *>(arg(nextarg++));
+               const utf16_t *ws = reinterpret_cast<const utf16_t *>(arg(TakeNext(nextarg)));
                if (ws == nullptr) {
                   cp = kNull;
                } else {
@@ -824,7 +830,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
                goto wideString;
             }
             if constexpr (kWide) {
-               const char *ns = reinterpret_cast<const char *>(arg(nextarg++));
+               const char *ns = reinterpret_cast<const char *>(arg(TakeNext(nextarg)));
                if (ns == nullptr) {
                   cp = kNull;
                } else {
@@ -839,7 +845,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
                sign = 0;
                break;
             } else {
-               cp = reinterpret_cast<const CharT *>(arg(nextarg++));
+               cp = reinterpret_cast<const CharT *>(arg(TakeNext(nextarg)));
                if (cp == nullptr) {
                   cp = kNull;
                }
@@ -868,7 +874,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
                prec = 1;
             }
          floating: {
-            uint64_t bits = arg(nextarg++);
+            uint64_t bits = arg(TakeNext(nextarg));
             double value;
             memcpy(&value, &bits, sizeof value);
             int signflag = 0;
@@ -961,7 +967,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
             break;
          }
          case 'n': {
-            void *p = reinterpret_cast<void *>(arg(nextarg++));
+            void *p = reinterpret_cast<void *>(arg(TakeNext(nextarg)));
             if (flags & kInteger64) {
                *static_cast<int64_t *>(p) = o.total;
             } else if (flags & LONGINT) {

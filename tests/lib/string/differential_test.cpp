@@ -29,21 +29,21 @@ void Compare(const std::string &format, Args... args)
    EXPECT_EQ(got.result, want) << "format \"" << format << "\"";
 }
 
-std::vector<std::string> Specs(const char *conversion, bool alternate)
+std::vector<std::string> Directives(const char *conversion, bool alternate)
 {
-   std::vector<std::string> specs;
+   std::vector<std::string> directives;
    for (const char *flags : kFlags) {
       for (const char *width : kWidths) {
          for (const char *precision : kPrecisions) {
-            std::string spec = std::string("%") + flags + width + precision + conversion;
-            specs.push_back(spec);
+            std::string directive = std::string("%") + flags + width + precision + conversion;
+            directives.push_back(directive);
             if (alternate) {
-               specs.push_back(std::string("%#") + flags + width + precision + conversion);
+               directives.push_back(std::string("%#") + flags + width + precision + conversion);
             }
          }
       }
    }
-   return specs;
+   return directives;
 }
 
 TEST(Differential, IntegersOfEverySize)
@@ -54,16 +54,16 @@ TEST(Differential, IntegersOfEverySize)
    for (const char *c : {"d", "i", "u", "o", "x", "X"}) {
       bool alternate = c[0] == 'o' || c[0] == 'x' || c[0] == 'X';
       for (const char *size : {"", "h", "hh"}) {
-         for (const std::string &spec : Specs((std::string(size) + c).c_str(), alternate)) {
+         for (const std::string &directive : Directives((std::string(size) + c).c_str(), alternate)) {
             for (int v : ints) {
-               Compare("<" + spec + ">", v);
+               Compare("<" + directive + ">", v);
             }
          }
       }
       for (const char *size : {"ll", "z", "j", "t"}) {
-         for (const std::string &spec : Specs((std::string(size) + c).c_str(), alternate)) {
+         for (const std::string &directive : Directives((std::string(size) + c).c_str(), alternate)) {
             for (long long v : longs) {
-               Compare("<" + spec + ">", v);
+               Compare("<" + directive + ">", v);
             }
          }
       }
@@ -76,12 +76,12 @@ TEST(Differential, StringsAndCharacters)
    for (const char *flags : {"", "-"}) {
       for (const char *width : kWidths) {
          for (const char *precision : kPrecisions) {
-            std::string spec = std::string("%") + flags + width + precision;
+            std::string directive = std::string("%") + flags + width + precision;
             for (const char *s : strings) {
-               Compare("[" + spec + "s]", s);
+               Compare("[" + directive + "s]", s);
             }
             if (precision[0] == '\0') {
-               Compare("[" + spec + "c]", 'q');
+               Compare("[" + directive + "c]", 'q');
             }
          }
       }
@@ -94,9 +94,9 @@ TEST(Differential, FloatingConversionsOfFiniteValues)
                             -987654.321, 1e-5, 0.0001, 1e-300, 1e300, 12345678.9, 9.9999999,
                             99999.5, 0.000123456, DBL_MAX, DBL_MIN, 5e-324, 1e15, 1e16, 1e21};
    for (const char *c : {"e", "E", "f", "g", "G"}) {
-      for (const std::string &spec : Specs(c, true)) {
+      for (const std::string &directive : Directives(c, true)) {
          for (double v : values) {
-            Compare("{" + spec + "}", v);
+            Compare("{" + directive + "}", v);
          }
       }
    }
@@ -123,9 +123,9 @@ TEST(Differential, InfinitiesWithoutZeroPadding)
    for (const char *c : {"e", "E", "f", "g", "G"}) {
       for (const char *flags : {"", "-", "+", " ", "#"}) {
          for (const char *width : kWidths) {
-            std::string spec = std::string("%") + flags + width + c;
-            Compare(spec, inf);
-            Compare(spec, -inf);
+            std::string directive = std::string("%") + flags + width + c;
+            Compare(directive, inf);
+            Compare(directive, -inf);
          }
       }
    }
