@@ -1,0 +1,257 @@
+// The document readers against Wine's MSXML 6.0: files on disk, the resulting records and the
+// exact log lines.
+#include <gtest/gtest.h>
+
+#include <windows.h>
+#include <objbase.h>
+
+#include <regex>
+#include <thread>
+
+#include "LogCapture.h"
+#include "actions/CustomActions.h"
+#include "config/ConfigLoader.h"
+#include "config/XmlAccess.h"
+
+namespace {
+
+std::string Narrow(const std::wstring &text) { return std::string(text.begin(), text.end()); } // ASCII paths
+
+// `xml` null leaves the file out.
+std::wstring Write(const LogCapture &capture, const char *xml)
+{
+   const std::wstring path = capture.Directory() + L"\\vtrMigrateConf.xml";
+   if (FILE *file = xml ? _wfopen(path.c_str(), L"wb") : nullptr) {
+      fputs(xml, file);
+      fclose(file);
+   }
+   return path;
+}
+
+// The entries with the path as "{path}" and the system's text behind "Last Error: " cut off,
+// once its code part has been seen.
+std::vector<std::string> Log(const LogCapture &capture, const std::wstring &path)
+{
+   static const std::regex withCode(R"(^([\s\S]*Last Error: )[\s\S]* \(code: \d+\)$)");
+   std::vector<std::string> lines;
+   for (std::string entry : capture.Entries()) {
+      if (const size_t at = entry.find(Narrow(path)); at != std::string::npos) {
+         entry.replace(at, path.size(), "{path}");
+      }
+      lines.push_back(std::regex_replace(entry, withCode, "$1"));
+   }
+   return lines;
+}
+
+void DumpKey(std::wstring &out, const RegistrySubKeyRule &key, const std::wstring &indent)
+{
+   for (const RegistryValueRule &v : key.Values) {
+      out += indent + L"V " + v.OldName + L"|" + v.NewName + L"|" + v.Type + L"|" + v.Action + L"|" + v.NewValue + L"\n";
+   }
+   for (const RegistrySubKeyRule &sub : key.SubKeys) {
+      out += indent + L"S " + sub.SourcePath + L"|" + sub.DestPath + L"|" + sub.Action + L"\n";
+      DumpKey(out, sub, indent + L"  ");
+   }
+}
+
+// One line per record, children indented: M macro, SK/UK service/user key, V value, S sub-key, F file.
+std::wstring Dump(const MigrationConfig &config)
+{
+   std::wstring out;
+   for (const MacroEntry &m : config.Macros) {
+      out += L"M " + m.Name + L"|" + m.Variable + L"|" + m.Value + L"\n";
+   }
+   for (const auto &[tag, rules] : {std::pair(L"SK ", &config.ServiceKeys), std::pair(L"UK ", &config.UserKeys)}) {
+      for (const RegistryKeyRule &r : *rules) {
+         out += tag + r.Root + L"|" + r.Key.SourcePath + L"|" + r.Key.DestPath + L"|" + r.Key.Action + L"\n";
+         DumpKey(out, r.Key, L"  ");
+      }
+   }
+   for (const ConfigFileRule &f : config.ConfigFiles) {
+      out += L"F " + f.FileType + L"|" + f.SourcePath + L"|" + f.DestPath + L"|" + f.Action + L"\n";
+   }
+   return out;
+}
+
+using Lines = std::vector<std::string>;
+const Lines NotLoaded = {"ERRO Failed to load XML file.Last Error: ", "ERRO Failed to load document {path}."};
+const Lines WrongRoot = {"ERRO Invalid XML: Missing root 'VantoraMigration'Last Error: "};
+const Lines MacrosOnly = {"INFO Load MigrationVars section."};
+
+const struct {
+   const char *xml;
+   bool loaded;
+   const wchar_t *dump;
+   Lines log;
+} Documents[] = {
+   {R"(<VantoraMigration><FileMigration><ConfigFile Action="a" DestPath="d" SourcePath="s" FileType="t"/></FileMigration>
+       <UsersMigration><RegistryKey Action="a" DestPath="d" SourcePath="s" Root="HKCU"><Value NewValue="1" Action="a"
+       Type="REG_DWORD" NewName="n" OldName="o"/></RegistryKey><RegistryKey Root="HKUC"/></UsersMigration>
+       <ServiceMigration><RegistryKey Root="HKLM"/></ServiceMigration><MigrationVars><Macro Value="v" Variable="P" Name="N"/>
+       <Macro Variable="Q"/></MigrationVars></VantoraMigration>)", true,
+    L"M N|P|v\nM |Q|\nSK HKLM|||\nUK HKCU|s|d|a\n  V o|n|REG_DWORD|a|1\nUK HKUC|||\nF t|s|d|a\n",
+    {"INFO Load MigrationVars section.", "INFO Load ServiceMigration section.", "INFO Load UsersMigration section.",
+     "INFO Load FileMigration section."}},
+   {R"(<VANTORAMIGRATION><MigrationVars><Macro Name="A"/></MigrationVars></VANTORAMIGRATION>)", true, L"M A||\n", MacrosOnly},
+   {"<?xml version=\"1.0\"?><VantoraMigration>text<!-- c --></VantoraMigration>", true, L"", {}},
+   {R"(<VantoraMigration><migrationvars><Macro/></migrationvars><W><MigrationVars/></W></VantoraMigration>)", true, L"", {}},
+   {R"(<VantoraMigration><MigrationVars><Macro Name="1"/></MigrationVars><MigrationVars><Macro/></MigrationVars></VantoraMigration>)",
+    true, L"M 1||\n", MacrosOnly},
+   {R"(<VantoraMigration><UsersMigration><RegistryKey SourcePath="k0"><RegistrySubKey SourcePath="k1" DestPath="d" Action="a">
+       <Value OldName="v1"/><RegistrySubKey SourcePath="k2"><Value OldName="v2"/><RegistrySubKey SourcePath="k3"><Value
+       OldName="v3"/></RegistrySubKey><Value OldName="v2b"/></RegistrySubKey></RegistrySubKey><Value OldName="v0"/>
+       </RegistryKey></UsersMigration></VantoraMigration>)", true,
+    L"UK |k0||\n  V v0||||\n  S k1|d|a\n    V v1||||\n    S k2||\n      V v2||||\n      V v2b||||\n      S k3||\n"
+    L"        V v3||||\n", {"INFO Load UsersMigration section."}},
+   {R"(<VantoraMigration><ServiceMigration><RegistryKey SourcePath="k"><G><Value/><RegistrySubKey/></G></RegistryKey>
+       <G><RegistryKey/></G></ServiceMigration></VantoraMigration>)", true, L"SK |k||\n", {"INFO Load ServiceMigration section."}},
+   {R"(<VantoraMigration><FileMigration><ConfigFile sourcepath="s" FileType="t"/></FileMigration></VantoraMigration>)", true,
+    L"F t|||\n", {"INFO Load FileMigration section."}},
+   {R"(<VantoraMigration><MigrationVars><Macro Name="A">t<Value>c</Value></Macro></MigrationVars></VantoraMigration>)", true,
+    L"M A||\n", MacrosOnly},
+   {R"(<VantoraMigration><MigrationVars><Macro Name="Grüße" Value=" &amp;&#x20AC; "/></MigrationVars></VantoraMigration>)",
+    true, L"M Grüße|| &\u20AC \n", MacrosOnly},
+   {R"(<!DOCTYPE VantoraMigration SYSTEM "absent.dtd"><VantoraMigration><MigrationVars/></VantoraMigration>)", true, L"",
+    MacrosOnly},
+   {"<VantoraMigration><MigrationVars><Macro Name=\"A\"/></VantoraMigration>", false, L"", NotLoaded},
+   {"", false, L"", NotLoaded},
+   {nullptr, false, L"", NotLoaded},
+   {"<Migration><MigrationVars/></Migration>", false, L"", WrongRoot},
+   {"<VantoraMıgration/>", false, L"", WrongRoot}, // upper-cases to the name, but only A to Z fold
+   {"<VantoraMigrationX/>", false, L"", WrongRoot},
+   {R"(<n:VantoraMigration xmlns:n="urn:x"/>)", false, L"", WrongRoot},
+};
+
+TEST(LoadMigrationDocument, Documents)
+{
+   for (const auto &c : Documents) {
+      SCOPED_TRACE(c.xml ? c.xml : "(no file)");
+      LogCapture capture;
+      const std::wstring path = Write(capture, c.xml);
+      MigrationConfig config;
+      EXPECT_EQ(LoadMigrationDocument(path, config), c.loaded);
+      EXPECT_EQ(Dump(config), c.dump);
+      EXPECT_EQ(Log(capture, path), c.log);
+   }
+}
+
+TEST(LoadMigrationDocument, BracketsComOnItsOwn)
+{
+   LogCapture capture;
+   const std::wstring path = Write(capture, "<VantoraMigration/>");
+   MigrationConfig config;
+   bool inMta = true, fresh = false, nested = false;
+   HRESULT afterFresh = E_FAIL, afterNested = E_FAIL;
+   std::thread([&] {
+      fresh = LoadMigrationDocument(path, config);
+      afterFresh = CoInitialize(nullptr); // S_OK: nothing left initialised
+      nested = LoadMigrationDocument(path, config);
+      afterNested = CoInitialize(nullptr); // S_FALSE: the caller's initialisation survives
+      CoUninitialize();
+      CoUninitialize();
+      CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+      inMta = LoadMigrationDocument(path, config);
+      CoUninitialize();
+   }).join();
+   EXPECT_TRUE(fresh && nested);
+   EXPECT_EQ(afterFresh, S_OK);
+   EXPECT_EQ(afterNested, S_FALSE);
+   EXPECT_FALSE(inMta);
+   EXPECT_EQ(Log(capture, path), Lines{"ERRO COM initialization failed with 80010106!.Last Error: "});
+}
+
+TEST(XmlAccess, AttributesAndSelection)
+{
+   LogCapture capture;
+   ComApartment apartment;
+   ComRef<IXMLDOMDocument> document =
+      LoadXmlDocument(Write(capture, R"(<R N="n" E="" s="low"><N>c</N><S/><S/><W><S/></W><s/></R>)"));
+   ComRef<IXMLDOMElement> root;
+   ASSERT_TRUE(document && SUCCEEDED(document->get_documentElement(root.put())) && root);
+
+   for (const auto &[name, text] : {std::pair(L"N", L"n"), {L"n", L""}, {L"E", L""}, {L"S", L""}, {L"s", L"low"}}) {
+      EXPECT_EQ(GetNodeAttribute(root.get(), name), text) << Narrow(name);
+   }
+   EXPECT_EQ(GetNodeAttribute(nullptr, L"N"), L"");
+   EXPECT_EQ(GetNodeAttribute(document.get(), L"N"), L""); // a document has no attribute map
+
+   // What the loader takes for granted: direct children only, exact case, S_FALSE for no match.
+   for (const auto &[query, count] : {std::pair(L"S", 2L), {L"s", 1L}, {L"X", 0L}}) {
+      ComRef<IXMLDOMNodeList> nodes;
+      long length = -1;
+      ASSERT_EQ(root->selectNodes(AllocateBstr(query).get(), nodes.put()), S_OK);
+      EXPECT_EQ(nodes->get_length(&length), S_OK);
+      EXPECT_EQ(length, count) << Narrow(query);
+   }
+   ComRef<IXMLDOMNode> none;
+   EXPECT_EQ(root->selectSingleNode(AllocateBstr(L"n").get(), none.put()), S_FALSE);
+   EXPECT_FALSE(none);
+   EXPECT_TRUE(capture.Entries().empty());
+}
+
+TEST(ComErrorText, Texts)
+{
+   const struct {
+      uint32_t hr;
+      const wchar_t *text; // null: the system's text for the code
+   } cases[] = {
+      {0x8007000E, nullptr},
+      {0x80070057, nullptr},
+      {0x80040201, L"IDispatch error #1"},
+      {0x8004FFFF, L"IDispatch error #65023"},
+      {0x80040200, L"Unknown error 0x80040200"},
+      {0x8004F200, L"IDispatch error #61440"},
+      {0x80050000, L"Unknown error 0x80050000"},
+      {0xA0040201, L"Unknown error 0xA0040201"},
+   };
+   for (const auto &c : cases) {
+      const _com_error error(static_cast<HRESULT>(c.hr));
+      const wchar_t *text = ComErrorText(error);
+      ASSERT_NE(text, nullptr);
+      EXPECT_EQ(ComErrorText(error), text) << "built once";
+      if (c.text != nullptr) {
+         EXPECT_EQ(std::wstring(text), c.text) << std::hex << c.hr;
+         continue;
+      }
+      wchar_t system[512] = {};
+      FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, c.hr, 0, system, 512, nullptr);
+      EXPECT_EQ(std::wstring(text) + L"\r\n", system) << std::hex << c.hr;
+   }
+}
+
+class LoadConfiguration : public ::testing::Test
+{
+protected:
+   void SetUp() override
+   {
+      // A marker left by another test would skip the load altogether.
+      RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, NewVendorKeyPath.c_str(), MigrationDoneValueName.c_str());
+      ASSERT_FALSE(IsMigrationDone());
+   }
+   LogCapture capture_;
+   MigrationConfig config_;
+};
+
+TEST_F(LoadConfiguration, ABrokenDocumentIsFileInvalid)
+{
+   const std::wstring path = Write(capture_, "<VantoraMigration>");
+   EXPECT_EQ(LoadMigrationConfiguration(0, config_, path), 1006u);
+   EXPECT_EQ(Log(capture_, path), (Lines{"INFO Enter function: LoadMigrationConfiguration.",
+                                         "INFO Parsing migration config file {path}.", NotLoaded[0], NotLoaded[1],
+                                         "ERRO Installer can't load configuration file.",
+                                         "INFO Leave function: LoadMigrationConfiguration."}));
+}
+
+TEST_F(LoadConfiguration, AGoodDocumentListsItsMacros)
+{
+   const std::wstring path = Write(capture_, R"(<VantoraMigration><MigrationVars><Macro Name="DIR" Variable="INSTALLDIR"
+      Value="C:\Corvane\"/><Macro Name="E"/></MigrationVars><FileMigration/></VantoraMigration>)");
+   EXPECT_EQ(LoadMigrationConfiguration(0, config_, path), 0u);
+   EXPECT_EQ(Log(capture_, path),
+             (Lines{"INFO Enter function: LoadMigrationConfiguration.", "INFO Parsing migration config file {path}.",
+                    "INFO Load MigrationVars section.", "INFO Load FileMigration section.",
+                    "INFO Global macro table write to XML:", "INFO Macro: DIR Variable: INSTALLDIR Value: C:\\Corvane\\.",
+                    "INFO Macro: E Variable:  Value: .", "INFO Leave function: LoadMigrationConfiguration."}));
+}
+
+} // namespace
