@@ -241,7 +241,8 @@ TEST_F(ValueMigrationTest, SkipIfExistsLooksForTheNewName)
 {
    SetTestValue(source_.get(), L"A", REG_DWORD, DwordBytes(1));
    SetTestValue(source_.get(), L"B", REG_DWORD, DwordBytes(2));
-   SetTestValue(dest_.get(), L"A", REG_DWORD, DwordBytes(10)); // old name of B's rule... no: A's own old name
+   // A is at the destination under its old name only, B under its new name only.
+   SetTestValue(dest_.get(), L"A", REG_DWORD, DwordBytes(10));
    SetTestValue(dest_.get(), L"NewB", REG_DWORD, DwordBytes(20));
    Migrate({{L"A", L"NewA", L"", L"SkipIfExists", L""}, {L"B", L"NewB", L"", L"skipifexists", L""}}, L"Skip");
 
