@@ -1,0 +1,105 @@
+// The narrow engine on formats from the fuzzer. Oracle: the fixed-size target holds exactly
+// the prefix of what the growing mode produces, terminated, and both report the same length.
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "FormatFuzzSupport.h"
+#include "string/bsd_vsnprintf.h"
+
+using namespace fuzzsupport;
+
+namespace {
+
+int Format(char **buffer, size_t capacity, const char *format, ...)
+{
+   va_list ap;
+   va_start(ap, format);
+   int n = bsd_vsnprintf(buffer, capacity, format, ap);
+   va_end(ap);
+   return n;
+}
+
+template <size_t... D, size_t... G>
+int FormatWithList(std::index_sequence<D...>, std::index_sequence<G...>, char **buffer,
+                   size_t capacity, const char *format, const double *doubles,
+                   const uint64_t *general)
+{
+   return Format(buffer, capacity, format, doubles[D]..., general[G]...);
+}
+
+StringArgs gStrings;
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+   if (size < 2) {
+      return 0;
+   }
+   Header header = ReadHeader(data);
+   std::string format(reinterpret_cast<const char *>(data + 2), size - 2);
+   bool hasStar = false;
+   if (!SanitizeFormat(format, header.mode, hasStar)) {
+      return -1;
+   }
+
+   double doubles[kDoubleArgs];
+   for (size_t i = 0; i < kDoubleArgs; ++i) {
+      doubles[i] = DoubleValue(i, header.rotation);
+   }
+   uint64_t general[kGeneralArgs];
+   for (size_t i = 0; i < kGeneralArgs; ++i) {
+      general[i] = header.mode == kStrings
+                      ? uint64_t(reinterpret_cast<uintptr_t>(gStrings.buffers[(i + header.rotation) % 4]))
+                      : IntegerValue(i, header.rotation, hasStar);
+   }
+   auto run = [&](char **buffer, size_t capacity) {
+      gStrings.Reset();  // %n of an earlier run must not change what this one reads
+      return FormatWithList(std::make_index_sequence<kDoubleArgs>(),
+                            std::make_index_sequence<kGeneralArgs>(), buffer, capacity,
+                            format.c_str(), doubles, general);
+   };
+
+   char *grown = nullptr;
+   int grownLength = run(&grown, 12345);
+
+   // Exactly sized, so that a write past the capacity is caught; malloc(0) for capacity 0,
+   // which must not be written at all.
+   char *fixed = static_cast<char *>(std::malloc(header.capacity));
+   char *fixedTarget = fixed;
+   int fixedLength = run(&fixedTarget, header.capacity);
+
+   if (grownLength < 0) {
+      if (grown != nullptr) {
+         __builtin_trap();  // a failed growing call must leave nothing allocated
+      }
+   } else {
+      if (grown == nullptr || fixedLength != grownLength || fixedTarget != fixed) {
+         __builtin_trap();
+      }
+      // The text may end before the length reported: a zero-padded infinity or NaN counts
+      // its field width but gets no zeros. So the terminator is looked for, not assumed at
+      // grown[grownLength] (which can lie beyond the allocation).
+      size_t text = 0;
+      while (grown[text] != '\0') {
+         ++text;
+      }
+      if (text > size_t(grownLength)) {
+         __builtin_trap();
+      }
+      if (header.capacity > 0) {
+         size_t kept = std::min(text, header.capacity - 1);
+         if (std::memcmp(fixed, grown, kept * sizeof *fixed) != 0 || fixed[kept] != '\0') {
+            __builtin_trap();
+         }
+      }
+   }
+   std::free(grown);
+   std::free(fixed);
+   return 0;
+}
