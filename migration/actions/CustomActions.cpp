@@ -39,6 +39,17 @@ bool IsMigrationDone()
    return done == 1;
 }
 
+bool ReadCustomActionData(MSIHANDLE hInstall, std::wstring &data)
+{
+   wchar_t buffer[CustomActionDataBufferSize] = {};
+   DWORD size = CustomActionDataBufferSize;
+   if (MsiGetPropertyW(hInstall, L"CustomActionData", buffer, &size) != ERROR_SUCCESS) {
+      return false;
+   }
+   data = buffer;
+   return true;
+}
+
 std::wstring NextDelimitedToken(const std::wstring &source, const std::wstring &delimiter, size_t &position)
 {
    if (position > source.size()) {
@@ -169,15 +180,13 @@ extern "C" UINT __stdcall MigrateVantoraSvc(MSIHANDLE hInstall)
 {
    FunctionTrace trace("MigrateVantoraSvc");
 
-   wchar_t data[CustomActionDataBufferSize] = {};
-   DWORD size = CustomActionDataBufferSize;
-   if (MsiGetPropertyW(hInstall, L"CustomActionData", data, &size) != ERROR_SUCCESS) {
+   // The whole value is the path; a ';' in it has no meaning for this action.
+   std::wstring path;
+   if (!ReadCustomActionData(hInstall, path)) {
       LogMessage(LogLevelError, "Failed to fetch migration config file.");
       return ERROR_INSTALL_FAILURE;
    }
 
-   // The whole value is the path; a ';' in it has no meaning for this action.
-   const std::wstring path(data);
    MigrationConfig config;
    const UINT result = LoadMigrationConfiguration(hInstall, config, path);
    if (result != ERROR_SUCCESS) {

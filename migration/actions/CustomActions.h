@@ -20,6 +20,9 @@ UINT __stdcall MigrateVantoraUser(MSIHANDLE hInstall);
 }
 
 bool IsMigrationDone();
+// Reads CustomActionData into `data`; false when the read fails, which includes a value too
+// long for the fixed buffer.
+bool ReadCustomActionData(MSIHANDLE hInstall, std::wstring &data);
 UINT LoadMigrationConfiguration(MSIHANDLE hInstall, MigrationConfig &config, const std::wstring &path);
 bool SetProcessPrivilege(HANDLE token, const wchar_t *privilegeName, int enable);
 std::wstring NextDelimitedToken(const std::wstring &source, const std::wstring &delimiter, size_t &position);

@@ -88,14 +88,12 @@ extern "C" UINT __stdcall MigrateVantoraUser(MSIHANDLE hInstall)
 {
    FunctionTrace trace("MigrateVantoraUser");
 
-   wchar_t data[CustomActionDataBufferSize] = {};
-   DWORD size = CustomActionDataBufferSize;
-   if (MsiGetPropertyW(hInstall, L"CustomActionData", data, &size) != ERROR_SUCCESS) {
+   std::wstring customActionData;
+   if (!ReadCustomActionData(hInstall, customActionData)) {
       LogMessage(LogLevelError, "Failed to fetch CustomActionData property.");
       return ERROR_INSTALL_FAILURE;
    }
 
-   const std::wstring customActionData(data);
    size_t position = 0;
    const std::wstring configPath = NextDelimitedToken(customActionData, L";", position);
    if (configPath.empty()) {

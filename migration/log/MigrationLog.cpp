@@ -139,25 +139,25 @@ std::string WideToUtf8Text(const wchar_t *text, int length)
 }
 
 template <typename T>
-void AppendOne(std::string &out, const std::string &spec, int width, int precision, int stars, T value)
+void AppendOne(std::string &out, const std::string &directive, int width, int precision, int stars, T value)
 {
    // stars: 0 none, 1 width only, 2 precision only, 3 both.
    int needed;
    switch (stars) {
-   case 1: needed = _scprintf(spec.c_str(), width, value); break;
-   case 2: needed = _scprintf(spec.c_str(), precision, value); break;
-   case 3: needed = _scprintf(spec.c_str(), width, precision, value); break;
-   default: needed = _scprintf(spec.c_str(), value); break;
+   case 1: needed = _scprintf(directive.c_str(), width, value); break;
+   case 2: needed = _scprintf(directive.c_str(), precision, value); break;
+   case 3: needed = _scprintf(directive.c_str(), width, precision, value); break;
+   default: needed = _scprintf(directive.c_str(), value); break;
    }
    if (needed <= 0) {
       return;
    }
    std::string piece(needed + 1, '\0');
    switch (stars) {
-   case 1: _snprintf(piece.data(), piece.size(), spec.c_str(), width, value); break;
-   case 2: _snprintf(piece.data(), piece.size(), spec.c_str(), precision, value); break;
-   case 3: _snprintf(piece.data(), piece.size(), spec.c_str(), width, precision, value); break;
-   default: _snprintf(piece.data(), piece.size(), spec.c_str(), value); break;
+   case 1: _snprintf(piece.data(), piece.size(), directive.c_str(), width, value); break;
+   case 2: _snprintf(piece.data(), piece.size(), directive.c_str(), precision, value); break;
+   case 3: _snprintf(piece.data(), piece.size(), directive.c_str(), width, precision, value); break;
+   default: _snprintf(piece.data(), piece.size(), directive.c_str(), value); break;
    }
    out.append(piece.data(), needed);
 }
@@ -192,9 +192,9 @@ std::string FormatLogText(const char *format, va_list args)
       if (c.hasPrecision && !c.precisionFromArgument) {
          precision = c.precision.empty() ? 0 : atoi(c.precision.c_str());
       }
-      std::string spec = "%" + c.flags + (c.widthFromArgument ? "*" : c.width);
+      std::string directive = "%" + c.flags + (c.widthFromArgument ? "*" : c.width);
       if (c.hasPrecision) {
-         spec += c.precisionFromArgument ? ".*" : "." + c.precision;
+         directive += c.precisionFromArgument ? ".*" : "." + c.precision;
       }
 
       switch (c.type) {
@@ -205,19 +205,19 @@ std::string FormatLogText(const char *format, va_list args)
       case 'x':
       case 'X':
          if (Is64BitInteger(c)) {
-            AppendOne(out, spec + "I64" + c.type, width, precision, stars, va_arg(args, long long));
+            AppendOne(out, directive + "I64" + c.type, width, precision, stars, va_arg(args, long long));
          } else {
             std::string sized = c.size == "h" || c.size == "hh" ? c.size : "";
-            AppendOne(out, spec + sized + c.type, width, precision, stars, va_arg(args, int));
+            AppendOne(out, directive + sized + c.type, width, precision, stars, va_arg(args, int));
          }
          break;
       case 'c':
       case 'C':
          if ((c.type == 'C' && c.size != "h") || c.size == "l" || c.size == "w") {
             const wchar_t wide = static_cast<wchar_t>(va_arg(args, int));
-            AppendOne(out, spec + "s", width, -1, stars & 1, WideToUtf8Text(&wide, 1).c_str());
+            AppendOne(out, directive + "s", width, -1, stars & 1, WideToUtf8Text(&wide, 1).c_str());
          } else {
-            AppendOne(out, spec + "c", width, precision, stars, va_arg(args, int));
+            AppendOne(out, directive + "c", width, precision, stars, va_arg(args, int));
          }
          break;
       case 's':
@@ -233,14 +233,14 @@ std::string FormatLogText(const char *format, va_list args)
                narrow = WideToUtf8Text(text, length);
             }
             // The precision has been applied in characters already; width stays the runtime's.
-            std::string narrowSpec = "%" + c.flags + (c.widthFromArgument ? "*" : c.width) + "s";
-            AppendOne(out, narrowSpec, width, -1, stars & 1, narrow.c_str());
+            std::string narrowDirective = "%" + c.flags + (c.widthFromArgument ? "*" : c.width) + "s";
+            AppendOne(out, narrowDirective, width, -1, stars & 1, narrow.c_str());
          } else {
-            AppendOne(out, spec + "s", width, precision, stars, va_arg(args, const char *));
+            AppendOne(out, directive + "s", width, precision, stars, va_arg(args, const char *));
          }
          break;
       case 'p':
-         AppendOne(out, spec + "p", width, precision, stars, va_arg(args, void *));
+         AppendOne(out, directive + "p", width, precision, stars, va_arg(args, void *));
          break;
       case 'e':
       case 'E':
@@ -249,7 +249,7 @@ std::string FormatLogText(const char *format, va_list args)
       case 'G':
       case 'a':
       case 'A':
-         AppendOne(out, spec + c.type, width, precision, stars,
+         AppendOne(out, directive + c.type, width, precision, stars,
                    c.size == "L" ? static_cast<double>(va_arg(args, long double)) : va_arg(args, double));
          break;
       default:

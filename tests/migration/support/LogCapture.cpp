@@ -3,8 +3,8 @@
 #include <windows.h>
 
 #include <cstdio>
-#include <regex>
-#include <sstream>
+
+#include "MsiScenario.h"
 
 namespace {
 
@@ -79,20 +79,5 @@ std::string LogCapture::Contents() const
 
 std::vector<std::string> LogCapture::Entries() const
 {
-   static const std::regex head(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} <\d+> \[\d+\] )");
-   std::vector<std::string> entries;
-   std::istringstream lines(Contents());
-   std::string line;
-   while (std::getline(lines, line)) {
-      if (!line.empty() && line.back() == '\r') {
-         line.pop_back();
-      }
-      std::smatch match;
-      if (std::regex_search(line, match, head)) {
-         entries.push_back(match.suffix());
-      } else if (!entries.empty()) {
-         entries.back() += "\n" + line;
-      }
-   }
-   return entries;
+   return scenario::SplitLogEntries(Contents());
 }
