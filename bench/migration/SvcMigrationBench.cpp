@@ -188,7 +188,8 @@ int wmain(int argc, wchar_t **argv)
 
    std::wstring command = L"reg.exe copy \"HKLM\\" + std::wstring(SourceRoot) + L"\" \"HKLM\\" + CopiedRoot +
                           L"\" /s /f";
-   STARTUPINFOW startup = {sizeof(startup)};
+   STARTUPINFOW startup = {};
+   startup.cb = sizeof(startup);
    PROCESS_INFORMATION process = {};
    start = std::chrono::steady_clock::now();
    if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process)) {
