@@ -183,8 +183,23 @@ int wmain(int argc, wchar_t **argv)
    start = std::chrono::steady_clock::now();
    const UINT result = migrate(session);
    const double migrateSeconds = Seconds(start);
-   MsiCloseHandle(session);
    const TreeSize migrated = Count(HKEY_LOCAL_MACHINE, MigratedRoot);
+
+   // The same migration once more with the log's directory missing: every line still costs
+   // its lookup and a failed open, but nothing is written. Tells the file work apart.
+   scenario::DeleteTree(HKEY_LOCAL_MACHINE, MigratedRoot);
+   wchar_t savedTmp[MAX_PATH] = {}, savedTemp[MAX_PATH] = {};
+   GetEnvironmentVariableW(L"TMP", savedTmp, MAX_PATH);
+   GetEnvironmentVariableW(L"TEMP", savedTemp, MAX_PATH);
+   const std::wstring nowhere = work + L"\\no-such-directory\\";
+   SetEnvironmentVariableW(L"TMP", nowhere.c_str());
+   SetEnvironmentVariableW(L"TEMP", nowhere.c_str());
+   start = std::chrono::steady_clock::now();
+   migrate(session);
+   const double unloggedSeconds = Seconds(start);
+   SetEnvironmentVariableW(L"TMP", savedTmp);
+   SetEnvironmentVariableW(L"TEMP", savedTemp);
+   MsiCloseHandle(session);
 
    std::wstring command = L"reg.exe copy \"HKLM\\" + std::wstring(SourceRoot) + L"\" \"HKLM\\" + CopiedRoot +
                           L"\" /s /f";
@@ -209,6 +224,7 @@ int wmain(int argc, wchar_t **argv)
 
    printf("MigrateVantoraSvc: result %u, %ld keys, %ld values, %.2f s (log %lu bytes)\n", result, migrated.keys,
           migrated.values, migrateSeconds, log.nFileSizeLow);
+   printf("  same, log unwritable: %.2f s\n", unloggedSeconds);
    printf("reg copy /s /f:    exit %lu, %ld keys, %ld values, %.2f s\n", copyExit, copied.keys, copied.values,
           copySeconds);
    printf("ratio MigrateVantoraSvc / reg copy: %.2f\n", copySeconds > 0 ? migrateSeconds / copySeconds : 0.0);
