@@ -1,5 +1,7 @@
-// The narrow engine on formats from the fuzzer. Oracle: the fixed-size target holds exactly
-// the prefix of what the growing mode produces, terminated, and both report the same length.
+// The narrow engine on formats from the fuzzer. Oracles: the fixed-size target holds exactly
+// the prefix of what the growing mode produces, terminated, and both report the same length;
+// Str_Vsnprintf on a buffer of the same size gives the length or -1 as the total says, and a
+// cut text is a terminated prefix that, when the text is valid UTF-8, ends on a character.
 
 #include <algorithm>
 #include <cstdarg>
@@ -7,29 +9,42 @@
 #include <cstring>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "FormatFuzzSupport.h"
 #include "string/bsd_vsnprintf.h"
+#include "string/str.h"
 
 using namespace fuzzsupport;
 
 namespace {
 
-int Format(char **buffer, size_t capacity, const char *format, ...)
+// `bounded` goes through Str_Vsnprintf, with *buffer as its buffer.
+int Format(bool bounded, char **buffer, size_t capacity, const char *format, ...)
 {
    va_list ap;
    va_start(ap, format);
-   int n = bsd_vsnprintf(buffer, capacity, format, ap);
+   int n = bounded ? Str_Vsnprintf(*buffer, capacity, format, ap)
+                   : bsd_vsnprintf(buffer, capacity, format, ap);
    va_end(ap);
    return n;
 }
 
 template <size_t... D, size_t... G>
-int FormatWithList(std::index_sequence<D...>, std::index_sequence<G...>, char **buffer,
-                   size_t capacity, const char *format, const double *doubles,
+int FormatWithList(std::index_sequence<D...>, std::index_sequence<G...>, bool bounded,
+                   char **buffer, size_t capacity, const char *format, const double *doubles,
                    const uint64_t *general)
 {
-   return Format(buffer, capacity, format, doubles[D]..., general[G]...);
+   return Format(bounded, buffer, capacity, format, doubles[D]..., general[G]...);
+}
+
+bool IsValidUtf8(const char *text, size_t length)
+{
+   std::vector<utf16_t> units(length);
+   const char *s = text;
+   utf16_t *t = units.data();
+   return ConvertUtf8ToUtf16(&s, text + length, &t, units.data() + units.size(), false) ==
+          UTF_CONVERSION_DONE;
 }
 
 StringArgs gStrings;
@@ -58,11 +73,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
                       ? uint64_t(reinterpret_cast<uintptr_t>(gStrings.buffers[(i + header.rotation) % 4]))
                       : IntegerValue(i, header.rotation, hasStar);
    }
-   auto run = [&](char **buffer, size_t capacity) {
+   auto run = [&](char **buffer, size_t capacity, bool bounded = false) {
       gStrings.Reset();  // %n of an earlier run must not change what this one reads
       return FormatWithList(std::make_index_sequence<kDoubleArgs>(),
-                            std::make_index_sequence<kGeneralArgs>(), buffer, capacity,
-                            format.c_str(), doubles, general);
+                            std::make_index_sequence<kGeneralArgs>(), bounded, buffer,
+                            capacity, format.c_str(), doubles, general);
    };
 
    char *grown = nullptr;
@@ -73,6 +88,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
    char *fixed = static_cast<char *>(std::malloc(header.capacity));
    char *fixedTarget = fixed;
    int fixedLength = run(&fixedTarget, header.capacity);
+   char *bounded = static_cast<char *>(std::malloc(header.capacity));
+   char *boundedTarget = bounded;
+   int boundedLength = run(&boundedTarget, header.capacity, true);
+
+   const bool fits = grownLength >= 0 && size_t(grownLength) < header.capacity;
+   if (boundedLength != (fits ? grownLength : -1)) {
+      __builtin_trap();
+   }
+   size_t boundedText = 0;
+   if (header.capacity > 0) {
+      // Terminated within the buffer, whatever happened.
+      while (boundedText < header.capacity && bounded[boundedText] != '\0') {
+         ++boundedText;
+      }
+      if (boundedText == header.capacity) {
+         __builtin_trap();
+      }
+   }
 
    if (grownLength < 0) {
       if (grown != nullptr) {
@@ -97,9 +130,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
          if (std::memcmp(fixed, grown, kept * sizeof *fixed) != 0 || fixed[kept] != '\0') {
             __builtin_trap();
          }
+         // The bounded text is the engine's, cut back to a character boundary if it was cut.
+         if (boundedText > kept || std::memcmp(bounded, grown, boundedText) != 0) {
+            __builtin_trap();
+         }
+         if (fits && boundedText != kept) {
+            __builtin_trap();
+         }
+         if (boundedText < text && IsValidUtf8(grown, text) &&
+             (static_cast<unsigned char>(grown[boundedText]) & 0xC0) == 0x80) {
+            __builtin_trap();
+         }
       }
    }
    std::free(grown);
    std::free(fixed);
+   std::free(bounded);
    return 0;
 }
