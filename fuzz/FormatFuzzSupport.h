@@ -11,6 +11,10 @@
 // read past the eighth takes a general slot's bits, which is harmless too. Only a string or
 // %n conversion may not see an integer, and no read may go past the list.
 
+#if !defined(__x86_64__) || defined(_WIN32)
+#error "the argument list below is laid out for the x86-64 System V calling convention"
+#endif
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
