@@ -169,7 +169,8 @@ int wmain(int argc, wchar_t **argv)
    fclose(file);
 
    HMODULE dll = LoadLibraryW(argv[1]);
-   auto migrate = dll ? reinterpret_cast<UINT(__stdcall *)(MSIHANDLE)>(GetProcAddress(dll, "MigrateVantoraSvc"))
+   using CustomAction = UINT(__stdcall *)(MSIHANDLE);
+   auto migrate = dll ? reinterpret_cast<CustomAction>(reinterpret_cast<void *>(GetProcAddress(dll, "MigrateVantoraSvc")))
                       : nullptr;
    MSIHANDLE session = 0;
    MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);

@@ -39,6 +39,14 @@ bool IsMigrationDone()
    return done == 1;
 }
 
+void LogMacroTable(const MacroTable &macros)
+{
+   for (const MacroEntry &macro : macros) {
+      LogMessage(LogLevelInfo, "Macro: %S Variable: %S Value: %S.", macro.Name.c_str(), macro.Variable.c_str(),
+                 macro.Value.c_str());
+   }
+}
+
 bool ReadCustomActionData(MSIHANDLE hInstall, std::wstring &data)
 {
    wchar_t buffer[CustomActionDataBufferSize] = {};
@@ -141,10 +149,7 @@ UINT LoadMigrationConfiguration(MSIHANDLE, MigrationConfig &config, const std::w
    }
 
    LogMessage(LogLevelInfo, "Global macro table write to XML:");
-   for (const MacroEntry &macro : config.Macros) {
-      LogMessage(LogLevelInfo, "Macro: %S Variable: %S Value: %S.", macro.Name.c_str(), macro.Variable.c_str(),
-                 macro.Value.c_str());
-   }
+   LogMacroTable(config.Macros);
    return ERROR_SUCCESS;
 }
 

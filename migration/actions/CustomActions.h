@@ -20,6 +20,8 @@ UINT __stdcall MigrateVantoraUser(MSIHANDLE hInstall);
 }
 
 bool IsMigrationDone();
+// One line per macro, in table order.
+void LogMacroTable(const MacroTable &macros);
 // Reads CustomActionData into `data`; false when the read fails, which includes a value too
 // long for the fixed buffer.
 bool ReadCustomActionData(MSIHANDLE hInstall, std::wstring &data);

@@ -127,10 +127,7 @@ extern "C" UINT __stdcall MigrateVantoraUser(MSIHANDLE hInstall)
 
    for (const UserContext &user : users) {
       LogMessage(LogLevelInfo, "User %S macro table:", user.UserName.c_str());
-      for (const MacroEntry &macro : user.Macros) {
-         LogMessage(LogLevelInfo, "Macro: %S Variable: %S Value: %S.", macro.Name.c_str(), macro.Variable.c_str(),
-                    macro.Value.c_str());
-      }
+      LogMacroTable(user.Macros);
       // Expanded in place on the shared list: the first user's values stay in the rules
       // for everyone after, which installed packages have always relied on.
       ExpandRegistryKeyRules(config.UserKeys, user.Macros);

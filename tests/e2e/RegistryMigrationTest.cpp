@@ -49,28 +49,6 @@ Lines ServiceLines(const Lines &log)
    return lines;
 }
 
-std::string DaclOf(HKEY root, const std::wstring &path)
-{
-   HKEY key;
-   if (RegOpenKeyExW(root, path.c_str(), 0, READ_CONTROL, &key) != ERROR_SUCCESS) {
-      return "(no key)";
-   }
-   DWORD size = 0;
-   RegGetKeySecurity(key, DACL_SECURITY_INFORMATION, nullptr, &size);
-   std::vector<BYTE> descriptor(size);
-   std::string text;
-   if (RegGetKeySecurity(key, DACL_SECURITY_INFORMATION, descriptor.data(), &size) == ERROR_SUCCESS) {
-      LPWSTR sddl = nullptr;
-      if (ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.data(), SDDL_REVISION_1,
-                                                               DACL_SECURITY_INFORMATION, &sddl, nullptr)) {
-         text = scenario::Narrow(sddl);
-         LocalFree(sddl);
-      }
-   }
-   RegCloseKey(key);
-   return text;
-}
-
 void SetDacl(HKEY root, const std::wstring &path, const wchar_t *sddl)
 {
    PSECURITY_DESCRIPTOR descriptor = nullptr;

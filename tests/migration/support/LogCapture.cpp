@@ -63,18 +63,7 @@ LogCapture::~LogCapture()
 
 std::string LogCapture::Contents() const
 {
-   std::string text;
-   FILE *file = _wfopen((directory_ + L"\\MigrVantora.log").c_str(), L"rb");
-   if (file == nullptr) {
-      return text;
-   }
-   char chunk[4096];
-   size_t read;
-   while ((read = fread(chunk, 1, sizeof(chunk), file)) > 0) {
-      text.append(chunk, read);
-   }
-   fclose(file);
-   return text;
+   return scenario::ReadFileBytes(directory_ + L"\\MigrVantora.log");
 }
 
 std::vector<std::string> LogCapture::Entries() const

@@ -37,21 +37,6 @@ void PrintTree(const wchar_t *title, const std::wstring &path)
    }
 }
 
-std::string ReadText(const std::wstring &path)
-{
-   std::string text;
-   FILE *file = _wfopen(path.c_str(), L"rb");
-   if (file != nullptr) {
-      char chunk[4096];
-      size_t read;
-      while ((read = fread(chunk, 1, sizeof(chunk), file)) > 0) {
-         text.append(chunk, read);
-      }
-      fclose(file);
-   }
-   return text;
-}
-
 } // namespace
 
 int wmain(int argc, wchar_t **argv)
@@ -73,7 +58,7 @@ int wmain(int argc, wchar_t **argv)
    // built yet, so the deferred actions are handed the sample document directly.
    const std::wstring document = work + L"\\vtrMigrateConf.xml";
    const std::wstring package = work + L"\\demo.msi";
-   const std::string xml = ReadText(work + L"\\sample.xml");
+   const std::string xml = scenario::ReadFileBytes(work + L"\\sample.xml");
    FILE *file = _wfopen(document.c_str(), L"wb");
    if (file == nullptr) {
       fprintf(stderr, "can't write the document\n");

@@ -4,65 +4,13 @@
 #include <msiquery.h>
 
 #include <cstdio>
+
+#include "HandleGuards.h"
 #include <regex>
 #include <sstream>
 
 namespace scenario {
 namespace {
-
-class MsiHandle
-{
-public:
-   MsiHandle() = default;
-   ~MsiHandle()
-   {
-      if (handle_ != 0) {
-         MsiCloseHandle(handle_);
-      }
-   }
-   MsiHandle(const MsiHandle &) = delete;
-   MsiHandle &operator=(const MsiHandle &) = delete;
-   MSIHANDLE get() const { return handle_; }
-   MSIHANDLE *put() { return &handle_; }
-
-private:
-   MSIHANDLE handle_ = 0;
-};
-
-class KeyHandle
-{
-public:
-   KeyHandle() = default;
-   ~KeyHandle()
-   {
-      if (key_ != nullptr) {
-         RegCloseKey(key_);
-      }
-   }
-   KeyHandle(const KeyHandle &) = delete;
-   KeyHandle &operator=(const KeyHandle &) = delete;
-   HKEY get() const { return key_; }
-   HKEY *put() { return &key_; }
-
-private:
-   HKEY key_ = nullptr;
-};
-
-std::string ReadFileBytes(const std::wstring &path)
-{
-   std::string bytes;
-   FILE *file = _wfopen(path.c_str(), L"rb");
-   if (file == nullptr) {
-      return bytes;
-   }
-   char chunk[8192];
-   size_t read;
-   while ((read = fread(chunk, 1, sizeof(chunk), file)) > 0) {
-      bytes.append(chunk, read);
-   }
-   fclose(file);
-   return bytes;
-}
 
 bool WriteFileBytes(const std::wstring &path, const std::string &bytes)
 {
@@ -76,7 +24,7 @@ bool WriteFileBytes(const std::wstring &path, const std::string &bytes)
 
 bool Execute(MSIHANDLE database, const std::wstring &sql, std::string &error)
 {
-   MsiHandle view;
+   UniqueMsiHandle view;
    UINT status = MsiDatabaseOpenViewW(database, sql.c_str(), view.put());
    if (status == ERROR_SUCCESS) {
       status = MsiViewExecute(view.get(), 0);
@@ -162,12 +110,12 @@ DWORD RunProcess(std::wstring commandLine, const std::wstring &outputPath, const
 
 std::wstring ProductCodeOf(const std::wstring &packagePath)
 {
-   MsiHandle database;
+   UniqueMsiHandle database;
    if (MsiOpenDatabaseW(packagePath.c_str(), MSIDBOPEN_READONLY, database.put()) != ERROR_SUCCESS) {
       return std::wstring();
    }
-   MsiHandle view;
-   MsiHandle record;
+   UniqueMsiHandle view;
+   UniqueMsiHandle record;
    if (MsiDatabaseOpenViewW(database.get(), L"SELECT `Value` FROM `Property` WHERE `Property`='ProductCode'",
                             view.put()) != ERROR_SUCCESS ||
        MsiViewExecute(view.get(), 0) != ERROR_SUCCESS || MsiViewFetch(view.get(), record.put()) != ERROR_SUCCESS) {
@@ -219,7 +167,7 @@ void AppendValueText(std::ostringstream &out, const RegValue &value)
 
 void DumpKey(HKEY parent, const std::wstring &path, const std::wstring &shownPath, std::vector<std::string> &lines)
 {
-   KeyHandle key;
+   UniqueHkey key;
    if (RegOpenKeyExW(parent, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS) {
       return;
    }
@@ -254,6 +202,22 @@ void DumpKey(HKEY parent, const std::wstring &path, const std::wstring &shownPat
 }
 
 } // namespace
+
+std::string ReadFileBytes(const std::wstring &path)
+{
+   std::string bytes;
+   FILE *file = _wfopen(path.c_str(), L"rb");
+   if (file == nullptr) {
+      return bytes;
+   }
+   char chunk[8192];
+   size_t read;
+   while ((read = fread(chunk, 1, sizeof(chunk), file)) > 0) {
+      bytes.append(chunk, read);
+   }
+   fclose(file);
+   return bytes;
+}
 
 std::string Narrow(const std::wstring &text)
 {
@@ -299,7 +263,7 @@ bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePa
    }
    SetFileAttributesW(packagePath.c_str(), FILE_ATTRIBUTE_NORMAL);
 
-   MsiHandle database;
+   UniqueMsiHandle database;
    if (MsiOpenDatabaseW(packagePath.c_str(), MSIDBOPEN_TRANSACT, database.put()) != ERROR_SUCCESS) {
       error = "can't open " + Narrow(packagePath);
       return false;
@@ -311,8 +275,8 @@ bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePa
          error = "can't write " + Narrow(streamFile);
          return false;
       }
-      MsiHandle view;
-      MsiHandle record;
+      UniqueMsiHandle view;
+      UniqueMsiHandle record;
       UINT status = MsiDatabaseOpenViewW(
          database.get(), L"SELECT `Name`, `Data` FROM `Binary` WHERE `Name`='vtrMigrateConf.xml'", view.put());
       if (status == ERROR_SUCCESS) {
@@ -473,14 +437,14 @@ std::map<std::wstring, std::wstring> ParsePropertiesSet(const std::string &trace
 
 bool CreateKey(HKEY root, const std::wstring &path)
 {
-   KeyHandle key;
+   UniqueHkey key;
    return RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.put(), nullptr) ==
           ERROR_SUCCESS;
 }
 
 bool WriteValue(HKEY root, const std::wstring &path, const RegValue &value)
 {
-   KeyHandle key;
+   UniqueHkey key;
    if (RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.put(), nullptr) !=
        ERROR_SUCCESS) {
       return false;
@@ -506,13 +470,13 @@ bool WriteDword(HKEY root, const std::wstring &path, const std::wstring &name, D
 
 bool KeyExists(HKEY root, const std::wstring &path)
 {
-   KeyHandle key;
+   UniqueHkey key;
    return RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS;
 }
 
 std::optional<RegValue> ReadValue(HKEY root, const std::wstring &path, const std::wstring &name)
 {
-   KeyHandle key;
+   UniqueHkey key;
    if (RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS) {
       return std::nullopt;
    }

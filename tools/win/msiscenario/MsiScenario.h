@@ -34,6 +34,9 @@ struct InstallResult {
    std::map<std::wstring, std::wstring> propertiesSet;
 };
 
+// The whole file, or empty when it can't be read.
+std::string ReadFileBytes(const std::wstring &path);
+
 // Paths inside the Wine prefix, as the test process sees them.
 std::wstring TempDirectory();
 std::wstring MigrationLogPath();
