@@ -1,4 +1,5 @@
-// The narrow engine: exact bytes and results for each conversion, flag and size.
+// The narrow engine: exact bytes and results for each conversion, flag and size that the
+// comparison with the C library (differential_test.cpp) does not reach.
 
 #include <gtest/gtest.h>
 
@@ -12,23 +13,7 @@
 
 namespace {
 
-constexpr int kTextLength = -100;  // the expected result is the length of the expected text
-
-struct Row {
-   Formatted got;
-   std::string want;
-   int wantResult = kTextLength;
-};
-
-void Check(const Row *rows, size_t count)
-{
-   for (size_t i = 0; i < count; i++) {
-      const Row &r = rows[i];
-      int want = r.wantResult == kTextLength ? static_cast<int>(r.want.size()) : r.wantResult;
-      EXPECT_EQ(r.got.text, r.want) << "format \"" << r.got.format << "\"";
-      EXPECT_EQ(r.got.result, want) << "format \"" << r.got.format << "\"";
-   }
-}
+using Row = FormatRow<std::string>;
 
 const double kInf = std::numeric_limits<double>::infinity();
 const double kNan = std::numeric_limits<double>::quiet_NaN();
@@ -38,27 +23,13 @@ const utf16_t *const kNullWide = nullptr;
 TEST(BsdVsnprintf, Integers)
 {
    const Row rows[] = {
-      {Format("%d", 0), "0"},
       {Format("%d|%i", INT_MIN, INT_MAX), "-2147483648|2147483647"},
-      {Format("%u", 4294967295u), "4294967295"},
-      {Format("%lld", LLONG_MIN), "-9223372036854775808"},
-      {Format("%llu|%llx", ULLONG_MAX, ULLONG_MAX), "18446744073709551615|ffffffffffffffff"},
       {Format("%qd|%Ld", -5LL, 6LL), "-5|6"},
       {Format("%ld|%lu", -5, 4000000000u), "-5|4000000000"},
       {Format("%05d", -42), "-0042"},
       {Format("%-5d|", 42), "42   |"},
-      {Format("%5.3d", 7), "  007"},
-      {Format("%05.3d", 7), "  007"},
-      {Format("%-05d|", 7), "7    |"},
       {Format("%.0d|", 0), "|"},
-      {Format("%5.0d|", 0), "     |"},
-      {Format("%#.0o", 0), "0"},
-      {Format("%#o|%#o|%o", 8, 0, 8), "010|0|10"},
-      {Format("%#x|%#x|%#X", 0, 255, 255), "0|0xff|0XFF"},
-      {Format("%#08x", 255), "0x0000ff"},
-      {Format("%#8x|", 255), "    0xff|"},
       {Format("%+d|% d|%+ d|% +d", 5, 5, 5, 5), "+5| 5|+5|+5"},
-      {Format("%+u|%+x|% o", 5u, 10u, 8u), "5|a|10"},
       {Format("%I64x", 0xd27237aaa93cc884ULL), "d27237aaa93cc884"},
       {Format("%I64d", -1LL), "-1"},
       {Format("%I32d|%d", -1, 2), "-1|2"},
@@ -73,18 +44,13 @@ TEST(BsdVsnprintf, Integers)
        "ABCDEF|AB"},
       {Format("%10p|", reinterpret_cast<void *>(0x1234)), "      1234|"},
       {Format("%.0p|", static_cast<void *>(nullptr)), "|"},
-      {Format("%40d", 1), std::string(39, ' ') + "1"},
-      {Format("%-40d|", 1), "1" + std::string(39, ' ') + "|"},
-      {Format("%040d", -1), "-" + std::string(38, '0') + "1"},
-      {Format("%.40d", 1), std::string(39, '0') + "1"},
    };
-   Check(rows, std::size(rows));
+   Check(rows);
 }
 
 TEST(BsdVsnprintf, Grouping)
 {
    const Row rows[] = {
-      {FormatIn(kCommaThrees, "%'d", 1234567), "1,234,567"},
       {FormatIn(kCommaThrees, "%'d|%'d|%'d", 999, 1000, -1000), "999|1,000|-1,000"},
       {FormatIn(kPlainLocale, "%'d", 1234567), "1234567"},
       {FormatIn(kIndian, "%'d", 1234567), "12.34.567"},
@@ -102,7 +68,7 @@ TEST(BsdVsnprintf, Grouping)
       {FormatIn(kCommaThrees, "%'g", 1234567.0), "1.23457e+06"},
       {FormatIn(kCommaThrees, "%'g", 123456.0), "123,456"},
    };
-   Check(rows, std::size(rows));
+   Check(rows);
 }
 
 TEST(BsdVsnprintf, CharactersAndStrings)
@@ -116,97 +82,67 @@ TEST(BsdVsnprintf, CharactersAndStrings)
       {Format("%s|%5s|%-5s|%05s", "ab", "ab", "ab", "ab"), "ab|   ab|ab   |000ab"},
       {Format("%+s|% s", "x", "y"), "x|y"},
       {Format("%s|%.2s|%8s", kNullText, kNullText, kNullText), "(null)|(n|  (null)"},
-      {Format("%.1s|%.0s|%.10s", "abc", "abc", "abc"), "a||abc"},
       {Format("%.3s|%.2s|%5.2s", "a\xC3\xA9", "a\xC3\xA9", "a\xC3\xA9"),
        "a\xC3\xA9|a|    a"},
-      {Format("%.3s", "\xE2\x82\xAC" "x"), "\xE2\x82\xAC"},
       {Format("%.2s", "\xE2\x82\xAC" "x"), ""},
       {Format("%S|%ls", U16("abc"), U16("de")), "abc|de"},
       {Format("%S|%.3S", kNullWide, kNullWide), "(null)|(nu"},
       {Format("%.3S", U16("\u00e9\u00e9\u00e9")), "\xC3\xA9"},
       {Format("%.4S|%S", U16("\u00e9\u00e9\u00e9"), U16("\u00e9\u00e9\u00e9")),
        "\xC3\xA9\xC3\xA9|\xC3\xA9\xC3\xA9\xC3\xA9"},
-      {Format("%S", U16("\u20ac\u20ac\u20ac")), "\xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC"},
       {Format("%.5S|%.0S|", U16("\u20ac\u20ac\u20ac"), U16("abc")), "\xE2\x82\xAC||"},
       {Format("%S", U16("\U0001F600")), "\xF0\x9F\x98\x80"},
       {Format("%S", U16("a\xDE00" "b")), "a\xED\xB8\x80" "b"},
       {Format("%S", U16("a\xD83D")), "a"},
       {Format("%6S|", U16("\u00e9")), "    \xC3\xA9|"},
    };
-   Check(rows, std::size(rows));
+   Check(rows);
 }
 
 TEST(BsdVsnprintf, LiteralsAndUnknownConversions)
 {
    const Row rows[] = {
       {Format(""), ""},
-      {Format("plain text"), "plain text"},
       {Format("100%%|%5%|%-3%|"), "100%|    %|%  |"},
       {Format("%k|%3k|%05k"), "k|  k|0000k"},
       {Format("%ws|%d", 5), "ws|5"},
       {Format("abc%"), "abc"},
       {Format("ab%-"), "ab"},
-      {Format("%d%", 7), "7"},
       {Format("%a|%A|%d", 1.5, 1.5, 7), "a|A|0"},
-      {Format("%s%s%s%s%s%s%s%s%s%s", "1", "2", "3", "4", "5", "6", "7", "8", "9", "10"),
-       "12345678910"},
       {Format("<%d><%d><%d><%d><%d><%d><%d><%d><%d>", 1, 2, 3, 4, 5, 6, 7, 8, 9),
        "<1><2><3><4><5><6><7><8><9>"},
    };
-   Check(rows, std::size(rows));
+   Check(rows);
 }
 
 TEST(BsdVsnprintf, PositionalArguments)
 {
    const Row rows[] = {
-      {Format("%2$s %1$d", 5, "abc"), "abc 5"},
       {Format("%1$d %1$d", 7), "7 7"},
       {Format("%3$d", 1, 2, 3), "3"},
       {Format("%2$s %d", 1, "x", 9), "x 9"},
       {Format("%*2$d|", 42, 4), "  42|"},
-      {Format("%1$.*2$f", 3.14159, 2), "3.14"},
-      {Format("%*d|%*d|", 5, 42, -5, 42), "   42|42   |"},
-      {Format("%.*d|%.*d", 3, 7, -1, 7), "007|7"},
       {Format("%*0$d|", 9), "9|"},
       {Format("%9$d", 1, 2, 3, 4, 5, 6, 7, 8, 9), "9"},
       {Format("%1$F|%1$llx", 0x3FF8000000000000LL), "1.500000|3ff8000000000000"},
-      {Format("%1$F|%1$llx", 0x7FF0000000000000LL), "INF|7ff0000000000000"},
       // %F reserves no slot in the argument pass, so the %d after it runs off the table.
       {Format("%F|%d", 5), "0.000000|0"},
    };
-   Check(rows, std::size(rows));
+   Check(rows);
 }
 
 TEST(BsdVsnprintf, Floating)
 {
    const Row rows[] = {
-      {Format("%f|%f|%f", 1.5, 0.0, -0.0), "1.500000|0.000000|-0.000000"},
       {Format("%.2f|%.0f|%.0f|%.0f", 1.005, 0.5, 1.5, 2.5), "1.00|0|2|2"},
       {Format("%#.0f|%.3f|%.2f", 1.0, 0.0001, 0.0096), "1.|0.000|0.01"},
-      {Format("%f", 1e20), "100000000000000000000.000000"},
-      {Format("%10.3f|%-10.2f|%010.2f", 3.14159, 3.14159, -3.14159),
-       "     3.142|3.14      |-000003.14"},
-      {Format("%+.1f|% .1f", 2.25, 2.25), "+2.2| 2.2"},
-      {Format("%.1f", 9.96), "10.0"},
-      {Format("%e|%E", 1.5, 12345.678), "1.500000e+00|1.234568E+04"},
-      {Format("%.0e|%#.0e", 12345.0, 12345.0), "1e+04|1.e+04"},
-      {Format("%e|%e|%e", 0.0, 1e-300, 1e100), "0.000000e+00|1.000000e-300|1.000000e+100"},
-      {Format("%.2e|%12.3e|%-12.1e|", 9.999, -1.5, 1.5), "1.00e+01|  -1.500e+00|1.5e+00     |"},
       {Format("%Le|%Lf", 1.5, 2.5), "1.500000e+00|2.500000"},
       {Format("%g|%g|%g", 0.0, 100000.0, 1000000.0), "0|100000|1e+06"},
-      {Format("%g|%g|%g", 0.0001, 0.00001, 123456789.0), "0.0001|1e-05|1.23457e+08"},
-      {Format("%G|%#g|%g|%g", 1e-10, 1.0, 1.5, 0.5), "1E-10|1.00000|1.5|0.5"},
-      {Format("%.0g|%.3g|%#.3g", 2.5, 3.14159, 1e-5), "2|3.14|1.00e-05"},
-      {Format("%#.3g|%.10g", 100.0, 0.1), "100.|0.1"},
-      {Format("%g", 5e-324), "4.94066e-324"},
       {Format("%05f", kInf), "inf", 5},
-      {Format("%E|%f", kInf, -kInf), "INF|-inf"},
       {Format("%1$F|%1$llx", static_cast<long long>(0xFFF0000000000000ULL)), "-INF|fff0000000000000"},
-      {Format("%+f|%6f|%-6f|", kInf, kInf, -kInf), "+inf|   inf|-inf  |"},
       {Format("%f|%G|%e", kNan, kNan, kNan), "nan|NAN|nan"},
-      {Format("%.20f", 0.1), "0.10000000000000000555"},
    };
-   Check(rows, std::size(rows));
+   Check(rows);
 }
 
 TEST(BsdVsnprintf, StoreCount)
@@ -233,6 +169,17 @@ TEST(BsdVsnprintf, StoreCount)
    }
 }
 
+int FormatFixed(char *buffer, size_t capacity, const char *format, ...)
+{
+   va_list ap;
+   va_start(ap, format);
+   char *target = buffer;
+   int n = BsdVsnprintfCore(&target, capacity, &kPlainLocale, format, ap);
+   va_end(ap);
+   EXPECT_EQ(target, buffer);  // a fixed buffer is never replaced
+   return n;
+}
+
 TEST(BsdVsnprintf, FixedBuffer)
 {
    struct {
@@ -253,28 +200,9 @@ TEST(BsdVsnprintf, FixedBuffer)
    for (const auto &r : rows) {
       char buffer[16];
       memset(buffer, 'x', sizeof buffer);
-      char *target = buffer;
-      int n = [&](const char *format, ...) {
-         va_list ap;
-         va_start(ap, format);
-         int result = BsdVsnprintfCore(&target, r.capacity, &kPlainLocale, format, ap);
-         va_end(ap);
-         return result;
-      }("%s%s", r.a, r.b);
-      EXPECT_EQ(n, r.wantResult) << r.capacity << " " << r.a << r.b;
-      EXPECT_EQ(std::string(buffer, r.wantBytes), std::string(r.want, r.wantBytes))
-         << r.capacity << " " << r.a << r.b;
-      EXPECT_EQ(target, buffer);
+      EXPECT_EQ(FormatFixed(buffer, r.capacity, "%s%s", r.a, r.b), r.wantResult) << r.capacity;
+      EXPECT_EQ(std::string(buffer, r.wantBytes), std::string(r.want, r.wantBytes)) << r.capacity;
    }
-}
-
-int FormatFixed(char *buffer, size_t capacity, const char *format, ...)
-{
-   va_list ap;
-   va_start(ap, format);
-   int n = BsdVsnprintfCore(&buffer, capacity, &kPlainLocale, format, ap);
-   va_end(ap);
-   return n;
 }
 
 TEST(BsdVsnprintf, Failures)
@@ -287,7 +215,7 @@ TEST(BsdVsnprintf, Failures)
       {Format("%s%2147483647d", "x", 1), "<null>", -1},
       {Format("ab%C", 0x4E00), "<null>", -1},
    };
-   Check(rows, std::size(rows));
+   Check(rows);
 
    // In a fixed buffer the conversions already copied out stand, unterminated.
    char buffer[8];
@@ -303,7 +231,7 @@ TEST(BsdVsnprintf, GrowingModeAllocatesExactText)
       {Format("%s", std::string(1000, 'q').c_str()), std::string(1000, 'q')},
       {Format("%s%s", std::string(63, 'a').c_str(), "b"), std::string(63, 'a') + "b"},
    };
-   Check(rows, std::size(rows));
+   Check(rows);
 }
 
 TEST(BsdVsnprintf, PublicEntryUsesTheProcessLocale)

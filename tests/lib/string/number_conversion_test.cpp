@@ -1,4 +1,4 @@
-// Integer text, exponent text, floating digits and the UTF transforms.
+// Integer text, floating digits and the UTF transforms, where the engines' tables don't reach.
 
 #include <gtest/gtest.h>
 
@@ -12,76 +12,43 @@
 
 namespace {
 
-const char kLower[] = "0123456789abcdef";
-
-std::string Text64(uint64_t value, int base, bool octalZero, bool group, char sep,
-                   const char *grouping)
-{
-   char buffer[100];
-   char *end = buffer + sizeof buffer;
-   char *start = UnsignedToText64(value, end, base, octalZero, kLower, group, sep, grouping);
-   return std::string(start, end);
-}
-
-std::string Text32(uint32_t value, int base, bool octalZero, bool group, char sep,
-                   const char *grouping)
-{
-   char buffer[100];
-   char *end = buffer + sizeof buffer;
-   char *start = UnsignedToText32(value, end, base, octalZero, kLower, group, sep, grouping);
-   return std::string(start, end);
-}
-
-TEST(UnsignedToText, DigitsAndGroups)
+// The 64-bit form is the engine's, and reached through it; the 32-bit form only from here.
+TEST(UnsignedToText32, DigitsAndGroups)
 {
    const struct {
-      std::string got;
-      std::string want;
-   } rows[] = {
-      {Text32(1234567, 10, false, true, ',', "\3"), "1,234,567"},
-      {Text32(1234567, 10, false, true, ',', "\3\2"), "12,34,567"},
-      {Text32(123456789, 10, false, true, ',', "\1\2\3"), "123,456,78,9"},
-      {Text32(0xFFFFFFFF, 10, false, true, ',', "\3"), "4,294,967,295"},
-      {Text32(0x80000000, 10, false, true, ',', "\2"), "21,47,48,36,48"},
-      {Text32(1234567, 10, false, true, ',', "\x7f"), "1234567"},
-      {Text32(1234567, 10, false, true, ',', "\3\x7f"), "1234,567"},
-      {Text32(1234567, 10, false, false, ',', "\3"), "1234567"},
-      {Text32(1000, 10, false, true, '.', "\3"), "1.000"},
-      {Text32(999, 10, false, true, ',', "\3"), "999"},
-      {Text32(9, 10, false, true, ',', "\1"), "9"},
-      {Text32(10, 10, false, true, ',', "\1"), "1,0"},
-      {Text32(8, 8, true, false, ',', ""), "010"},
-      {Text32(0, 8, true, false, ',', ""), "0"},
-      {Text32(8, 8, false, false, ',', ""), "10"},
-      {Text32(0xFFFFFFFF, 8, true, false, ',', ""), "037777777777"},
-      {Text32(255, 16, false, false, ',', ""), "ff"},
-      {Text32(0, 16, true, false, ',', ""), "0"},
-      {Text64(0xFFFFFFFFFFFFFFFFULL, 10, false, true, ',', "\3"), "18,446,744,073,709,551,615"},
-      {Text64(0x8000000000000000ULL, 10, false, false, ',', ""), "9223372036854775808"},
-      {Text64(0x7FFFFFFFFFFFFFFFULL, 10, false, true, ' ', "\3"), "9 223 372 036 854 775 807"},
-      {Text64(0x100000000ULL, 16, false, false, ',', ""), "100000000"},
-      {Text64(0x8000000000000000ULL, 8, true, false, ',', ""), "01000000000000000000000"},
-      {Text64(4294967295ULL, 10, false, true, ',', "\3"), "4,294,967,295"},
-   };
-   for (const auto &r : rows) {
-      EXPECT_EQ(r.got, r.want);
-   }
-}
-
-TEST(ExponentText, SignAndAtLeastTwoDigits)
-{
-   const struct {
-      int exponent;
-      char letter;
+      uint32_t value;
+      int base;
+      bool octalZero;
+      bool group;
+      char sep;
+      const char *grouping;
       const char *want;
    } rows[] = {
-      {0, 'e', "e+00"}, {5, 'e', "e+05"}, {-5, 'E', "E-05"}, {12, 'e', "e+12"},
-      {100, 'e', "e+100"}, {-308, 'e', "e-308"}, {-324, 'E', "E-324"},
+      {1234567, 10, false, true, ',', "\3", "1,234,567"},
+      {1234567, 10, false, true, ',', "\3\2", "12,34,567"},
+      {123456789, 10, false, true, ',', "\1\2\3", "123,456,78,9"},
+      {0xFFFFFFFF, 10, false, true, ',', "\3", "4,294,967,295"},
+      {0x80000000, 10, false, true, ',', "\2", "21,47,48,36,48"},
+      {1234567, 10, false, true, ',', "\x7f", "1234567"},
+      {1234567, 10, false, true, ',', "\3\x7f", "1234,567"},
+      {1234567, 10, false, false, ',', "\3", "1234567"},
+      {1000, 10, false, true, '.', "\3", "1.000"},
+      {999, 10, false, true, ',', "\3", "999"},
+      {9, 10, false, true, ',', "\1", "9"},
+      {10, 10, false, true, ',', "\1", "1,0"},
+      {8, 8, true, false, ',', "", "010"},
+      {0, 8, true, false, ',', "", "0"},
+      {8, 8, false, false, ',', "", "10"},
+      {0xFFFFFFFF, 8, true, false, ',', "", "037777777777"},
+      {255, 16, false, false, ',', "", "ff"},
+      {0, 16, true, false, ',', "", "0"},
    };
    for (const auto &r : rows) {
-      char out[16];
-      int n = ExponentText(out, r.exponent, r.letter);
-      EXPECT_EQ(std::string(out, static_cast<size_t>(n)), r.want) << r.exponent;
+      char buffer[100];
+      char *end = buffer + sizeof buffer;
+      char *start = UnsignedToText32(r.value, end, r.base, r.octalZero, "0123456789abcdef", r.group, r.sep,
+                                     r.grouping);
+      EXPECT_EQ(std::string(start, end), r.want);
    }
 }
 
@@ -117,20 +84,14 @@ TEST(DoubleToDigits, DigitsPositionAndSign)
       int sign;
    } rows[] = {
       {1.5, 2, 7, "15", 1, 0},
-      {-1.5, 2, 3, "15", 1, 1},
       {0.0, 2, 6, "", 1, 0},
       {-0.0, 2, 6, "", 1, 1},
-      {123456789.0, 2, 6, "123457", 9, 0},
       {9.9999, 2, 2, "1", 2, 0},
-      {1e22, 2, 3, "1", 23, 0},
-      {0.1, 2, 20, "10000000000000000555", 0, 0},
       {5e-324, 2, 3, "494", -323, 0},
       {0.0, 3, 6, "", 0, 0},
       {123.456, 3, 2, "12346", 3, 0},
       {0.0096, 3, 2, "1", -1, 0},
       {0.001, 3, 2, "", -2, 0},
-      {0.0001, 3, 2, "", -2, 0},
-      {1e-300, 3, 6, "", -6, 0},
       {9.6, 3, 0, "1", 2, 0},
       {0.5, 3, 0, "", 0, 0},
       {2.5, 3, 0, "2", 1, 0},
@@ -193,7 +154,6 @@ TEST(ConvertUtf16ToUtf8, ResultsAndStoppingPoints)
       {{0x20AC, 0xFFFF}, false, 8, 0, "\xE2\x82\xAC\xEF\xBF\xBF", 2},
       {{0xD83D, 0xDE00}, false, 8, 0, "\xF0\x9F\x98\x80", 2},
       {{0xDBFF, 0xDFFF}, false, 8, 0, "\xF4\x8F\xBF\xBF", 2},
-      {{0xD83D}, true, 8, 1, "", 0},
       {{0xD83D}, false, 8, 1, "", 0},
       {{0x41, 0xD83D}, true, 8, 1, "A", 1},
       {{0xDE00}, true, 8, 0, "\xED\xB8\x80", 1},
@@ -235,10 +195,7 @@ TEST(ConvertUtf8ToUtf16, ResultsAndStoppingPoints)
       {"\xF4\x8F\xBF\xBF", false, 8, 0, {0xDBFF, 0xDFFF}, 4},
       {"\xC0\x80", true, 8, 3, {}, 0},
       {"a\xC1\xBF", false, 8, 3, {0x61}, 1},
-      {"\xE0\x80\x80", true, 8, 3, {}, 0},
       {"\xED\xA0\x80", true, 8, 3, {}, 0},
-      {"\xF4\x90\x80\x80", true, 8, 3, {}, 0},
-      {"\xF5\x80\x80\x80", true, 8, 3, {}, 0},
       {"\x80" "a", true, 8, 3, {}, 0},
       {"\xF8\x88\x80\x80\x80", true, 8, 3, {}, 0},
       {"\xC3\x28", false, 8, 3, {}, 0},
@@ -316,13 +273,10 @@ TEST(WideToUtf8String, LimitsAndGrowth)
       {WideToUtf8(U16("abc"), -1), "abc"},
       {WideToUtf8(U16(""), -1), ""},
       {WideToUtf8(U16("abc"), 0), ""},
-      {WideToUtf8(U16("\u00e9\u00e9\u00e9"), 3), "\xC3\xA9"},
       {WideToUtf8(U16("\u00e9\u00e9\u00e9"), 100), "\xC3\xA9\xC3\xA9\xC3\xA9"},
       {WideToUtf8(U16("\u20ac\u20ac\u20ac"), -1), "\xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC"},
-      {WideToUtf8(U16("\u20ac\u20ac\u20ac"), 5), "\xE2\x82\xAC"},
       {WideToUtf8(U16("\u20ac\u20ac\u20ac"), 6), "\xE2\x82\xAC\xE2\x82\xAC"},
       {WideToUtf8(U16("\U0001F600"), 3), ""},
-      {WideToUtf8(U16("x\xDE00"), -1), "x\xED\xB8\x80"},
    };
    for (const auto &r : rows) {
       EXPECT_EQ(r.got, r.want);
@@ -335,12 +289,9 @@ TEST(Utf8ToWideString, LimitsAndIllegalInput)
       std::u16string got;
       std::u16string want;
    } rows[] = {
-      {Utf8ToWide("a\xC3\xA9", -1), u"a\u00e9"},
       {Utf8ToWide("a\xC3\xA9", 2), u"a"},
       {Utf8ToWide("a\xC3\xA9", 0), u""},
       {Utf8ToWide("", -1), u""},
-      {Utf8ToWide("ab\xC0\x80" "cd", -1), u"ab"},
-      {Utf8ToWide("\xF0\x9F\x98\x80", -1), u"\U0001F600"},
       {Utf8ToWide("\xF0\x9F\x98\x80" "z", 4), u"\U0001F600"},
    };
    for (const auto &r : rows) {

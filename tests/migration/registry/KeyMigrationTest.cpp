@@ -103,14 +103,10 @@ protected:
       //   A: a = "x"
       //     A1: deep = 3
       //   B: b = binary 07
-      UniqueHkey client(CreateTestKey(Source));
-      SetTestValue(client.get(), L"v1", REG_DWORD, DwordBytes(1));
-      UniqueHkey a(CreateTestKey(Source + L"\\A"));
-      SetTestValue(a.get(), L"a", REG_SZ, WideBytes(L"x"));
-      UniqueHkey a1(CreateTestKey(Source + L"\\A\\A1"));
-      SetTestValue(a1.get(), L"deep", REG_DWORD, DwordBytes(3));
-      UniqueHkey b(CreateTestKey(Source + L"\\B"));
-      SetTestValue(b.get(), L"b", REG_BINARY, Bytes{7});
+      PutTestValue(Source, L"v1", DwordValue(1));
+      PutTestValue(Source + L"\\A", L"a", SzValue(L"x"));
+      PutTestValue(Source + L"\\A\\A1", L"deep", DwordValue(3));
+      PutTestValue(Source + L"\\B", L"b", {REG_BINARY, Bytes{7}});
       UniqueHkey(CreateTestKey(TestRoot));
       log_.emplace();
    }
@@ -131,20 +127,25 @@ protected:
    std::optional<LogCapture> log_;
 };
 
+// An existing destination is logged, keeps its own values and takes the source's.
 TEST_F(KeyMigrationTest, CopiesTheTreeDepthFirstWithValuesBeforeChildren)
 {
+   PutTestValue(Dest, L"v1", DwordValue(99));
+   PutTestValue(Dest, L"own", DwordValue(5));
    MigrateRegistryKeyRule(HKEY_LOCAL_MACHINE, Vendor, Rule(Source, Dest, L"Overwrite"));
 
-   EXPECT_THAT(Log(), ElementsAre("INFO Migrated v1 to v1.", "INFO Migrated a to a.", "INFO Migrated deep to deep.",
+   EXPECT_THAT(Log(), ElementsAre("INFO The destination key Software\\VtrTestKeys\\Client exists, ignore and continue.",
+                                  "INFO Migrated v1 to v1.", "INFO Migrated a to a.", "INFO Migrated deep to deep.",
                                   "INFO Migrated b to b."));
    EXPECT_THAT(SubKeyNames(Dest), ElementsAre(L"A", L"B"));
    EXPECT_THAT(SubKeyNames(Dest + L"\\A"), ElementsAre(L"A1"));
-   EXPECT_EQ(ReadTestValue(Dest, L"v1"), (StoredValue{REG_DWORD, DwordBytes(1)}));
-   EXPECT_EQ(ReadTestValue(Dest + L"\\A", L"a"), (StoredValue{REG_SZ, WideBytes(L"x")}));
-   EXPECT_EQ(ReadTestValue(Dest + L"\\A\\A1", L"deep"), (StoredValue{REG_DWORD, DwordBytes(3)}));
+   EXPECT_EQ(ReadTestValue(Dest, L"v1"), DwordValue(1));
+   EXPECT_EQ(ReadTestValue(Dest, L"own"), DwordValue(5));
+   EXPECT_EQ(ReadTestValue(Dest + L"\\A", L"a"), SzValue(L"x"));
+   EXPECT_EQ(ReadTestValue(Dest + L"\\A\\A1", L"deep"), DwordValue(3));
    EXPECT_EQ(ReadTestValue(Dest + L"\\B", L"b"), (StoredValue{REG_BINARY, Bytes{7}}));
    // The source stays as it was.
-   EXPECT_EQ(ReadTestValue(Source, L"v1"), (StoredValue{REG_DWORD, DwordBytes(1)}));
+   EXPECT_EQ(ReadTestValue(Source, L"v1"), DwordValue(1));
 }
 
 TEST_F(KeyMigrationTest, SkipActionStillCreatesAndWalksKeys)
@@ -167,68 +168,35 @@ TEST_F(KeyMigrationTest, SubKeyRuleRenamesAChildAndRulesItsSubTree)
    EXPECT_THAT(Log(), ElementsAre("INFO Migrated v1 to v1.", "INFO Migrated a to a2.", "INFO Value deep skipped.",
                                   "INFO Migrated b to b."));
    EXPECT_THAT(SubKeyNames(Dest), ElementsAre(L"B", L"Renamed"));
-   EXPECT_EQ(ReadTestValue(Dest + L"\\Renamed\\Deeper", L"a2"), (StoredValue{REG_SZ, WideBytes(L"y")}));
+   EXPECT_EQ(ReadTestValue(Dest + L"\\Renamed\\Deeper", L"a2"), SzValue(L"y"));
    EXPECT_TRUE(TestKeyExists(Dest + L"\\Renamed\\Deeper\\A1"));
    EXPECT_EQ(ReadTestValue(Dest + L"\\Renamed\\Deeper\\A1", L"deep"), std::nullopt);
 }
 
-TEST_F(KeyMigrationTest, SubKeyRulesMatchOnlyExactDirectChildNames)
+// Only the first rule naming a direct child exactly applies to it.
+TEST_F(KeyMigrationTest, FirstSubKeyRuleMatchingADirectChildNameExactlyWins)
 {
    const std::vector<RegistrySubKeyRule> rules{
       {L"a", L"LowerCase", L"Skip", {}, {}},
       {L"A\\A1", L"Nested", L"Skip", {}, {}},
       {L"A1", L"NotADirectChild", L"Skip", {}, {}},
       {L"B ", L"TrailingBlank", L"Skip", {}, {}},
+      {L"B", L"First", L"Overwrite", {}, {}},
+      {L"B", L"Second", L"Overwrite", {}, {}},
    };
    MigrateRegistryKeyRule(HKEY_LOCAL_MACHINE, Vendor, Rule(Source, Dest, L"Overwrite", rules));
 
-   EXPECT_THAT(SubKeyNames(Dest), ElementsAre(L"A", L"B"));
-   EXPECT_THAT(SubKeyNames(Dest + L"\\A"), ElementsAre(L"A1"));
-   EXPECT_EQ(ReadTestValue(Dest + L"\\A\\A1", L"deep"), (StoredValue{REG_DWORD, DwordBytes(3)}));
-}
-
-TEST_F(KeyMigrationTest, FirstMatchingSubKeyRuleWins)
-{
-   const std::vector<RegistrySubKeyRule> rules{{L"B", L"First", L"Overwrite", {}, {}},
-                                               {L"B", L"Second", L"Overwrite", {}, {}}};
-   MigrateRegistryKeyRule(HKEY_LOCAL_MACHINE, Vendor, Rule(Source, Dest, L"Overwrite", rules));
    EXPECT_THAT(SubKeyNames(Dest), ElementsAre(L"A", L"First"));
+   EXPECT_THAT(SubKeyNames(Dest + L"\\A"), ElementsAre(L"A1"));
+   EXPECT_EQ(ReadTestValue(Dest + L"\\A\\A1", L"deep"), DwordValue(3));
 }
 
-TEST_F(KeyMigrationTest, ExistingDestinationIsLoggedAndStillReceivesValues)
+TEST_F(KeyMigrationTest, SkipIfExistsKeepsWhatIsThereAndASecondRunCreatesNothingNew)
 {
-   {
-      UniqueHkey existing(CreateTestKey(Dest));
-      SetTestValue(existing.get(), L"v1", REG_DWORD, DwordBytes(99));
-      SetTestValue(existing.get(), L"own", REG_DWORD, DwordBytes(5));
-   }
-   MigrateRegistryKeyRule(HKEY_LOCAL_MACHINE, Vendor, Rule(Source, Dest, L"Overwrite"));
-
-   EXPECT_THAT(Log(), ElementsAre("INFO The destination key Software\\VtrTestKeys\\Client exists, ignore and continue.",
-                                  "INFO Migrated v1 to v1.", "INFO Migrated a to a.", "INFO Migrated deep to deep.",
-                                  "INFO Migrated b to b."));
-   EXPECT_EQ(ReadTestValue(Dest, L"v1"), (StoredValue{REG_DWORD, DwordBytes(1)}));
-   EXPECT_EQ(ReadTestValue(Dest, L"own"), (StoredValue{REG_DWORD, DwordBytes(5)}));
-}
-
-TEST_F(KeyMigrationTest, SkipIfExistsKeepsWhatTheExistingDestinationHolds)
-{
-   {
-      UniqueHkey existing(CreateTestKey(Dest));
-      SetTestValue(existing.get(), L"v1", REG_DWORD, DwordBytes(99));
-   }
-   MigrateRegistryKeyRule(HKEY_LOCAL_MACHINE, Vendor, Rule(Source, Dest, L"SkipIfExists"));
-
-   EXPECT_EQ(ReadTestValue(Dest, L"v1"), (StoredValue{REG_DWORD, DwordBytes(99)}));
-   EXPECT_EQ(ReadTestValue(Dest + L"\\A", L"a"), (StoredValue{REG_SZ, WideBytes(L"x")}));
-   ASSERT_GE(Log().size(), 2u);
-   EXPECT_EQ(Log()[1], "INFO Value v1 exists and skipped.");
-}
-
-TEST_F(KeyMigrationTest, RunningTwiceCreatesNothingNew)
-{
+   PutTestValue(Dest, L"v1", DwordValue(99));
    const RegistryKeyRule rule = Rule(Source, Dest, L"SkipIfExists");
    MigrateRegistryKeyRule(HKEY_LOCAL_MACHINE, Vendor, rule);
+   EXPECT_EQ(ReadTestValue(Dest + L"\\A", L"a"), SzValue(L"x"));
    log_.emplace();
    MigrateRegistryKeyRule(HKEY_LOCAL_MACHINE, Vendor, rule);
 
@@ -240,6 +208,7 @@ TEST_F(KeyMigrationTest, RunningTwiceCreatesNothingNew)
                                   "INFO Value deep exists and skipped.",
                                   "INFO The destination key B exists, ignore and continue.",
                                   "INFO Value b exists and skipped."));
+   EXPECT_EQ(ReadTestValue(Dest, L"v1"), DwordValue(99));
    EXPECT_THAT(SubKeyNames(Dest), ElementsAre(L"A", L"B"));
    EXPECT_THAT(SubKeyNames(TestRoot), ElementsAre(L"Client"));
 }
@@ -252,46 +221,36 @@ TEST_F(KeyMigrationTest, MissingSourceCreatesNothing)
    EXPECT_THAT(SubKeyNames(TestRoot), IsEmpty());
 }
 
-TEST_F(KeyMigrationTest, MissingDefaultDescriptorAbortsTheRule)
-{
-   MigrateRegistryKeyRule(HKEY_LOCAL_MACHINE, TestRoot + L"\\NoVendor", Rule(Source, Dest, L"Overwrite"));
-
-   EXPECT_THAT(Log(), ElementsAre("WARN Source path Software\\VtrTestKeys\\NoVendor doesn't exist.",
-                                  "ERRO Can't retrieve default security descriptor, abort."));
-   EXPECT_FALSE(TestKeyExists(Dest));
-}
-
-TEST_F(KeyMigrationTest, EmptyPrefixLooksForClassesInsideTheGivenRoot)
+TEST_F(KeyMigrationTest, RuleWithoutADefaultDescriptorAborts)
 {
    // A root without Software\Classes, as a classes hive that lacks it would be.
-   UniqueHkey root(CreateTestKey(TestRoot + L"\\Hive"));
-   MigrateRegistryKeyRule(root.get(), L"", Rule(L"Src", L"Dst", L"Overwrite"));
-
-   EXPECT_THAT(Log(), ElementsAre("WARN Source path Software\\Classes doesn't exist.",
-                                  "ERRO Can't retrieve default security descriptor, abort."));
-}
-
-TEST_F(KeyMigrationTest, NullRootAbortsTheRuleLikeAMissingDescriptor)
-{
-   MigrateRegistryKeyRule(nullptr, Vendor, Rule(Source, Dest, L"Overwrite"));
-
-   EXPECT_THAT(Log(), ElementsAre("WARN Source path Software\\Eldrix, Inc. doesn't exist.",
-                                  "ERRO Can't retrieve default security descriptor, abort."));
-   EXPECT_FALSE(TestKeyExists(Dest));
+   UniqueHkey hive(CreateTestKey(TestRoot + L"\\Hive"));
+   const struct {
+      HKEY root;
+      std::wstring prefix;
+      const char *warning;
+   } rows[] = {
+      {HKEY_LOCAL_MACHINE, TestRoot + L"\\NoVendor", "WARN Source path Software\\VtrTestKeys\\NoVendor doesn't exist."},
+      {hive.get(), L"", "WARN Source path Software\\Classes doesn't exist."},
+      {nullptr, Vendor, "WARN Source path Software\\Eldrix, Inc. doesn't exist."},
+   };
+   for (const auto &r : rows) {
+      log_.emplace();
+      MigrateRegistryKeyRule(r.root, r.prefix, Rule(Source, Dest, L"Overwrite"));
+      EXPECT_THAT(Log(), ElementsAre(r.warning, "ERRO Can't retrieve default security descriptor, abort."));
+      EXPECT_FALSE(TestKeyExists(Dest));
+   }
 }
 
 TEST_F(KeyMigrationTest, RelativeRulesRunBelowAnOpenRootHandle)
 {
    UniqueHkey root(CreateTestKey(TestRoot + L"\\Hive"));
    UniqueHkey(CreateTestKey(TestRoot + L"\\Hive\\Software\\Classes"));
-   {
-      UniqueHkey src(CreateTestKey(TestRoot + L"\\Hive\\Src"));
-      SetTestValue(src.get(), L"", REG_SZ, WideBytes(L"def"));
-   }
+   PutTestValue(TestRoot + L"\\Hive\\Src", L"", SzValue(L"def"));
    MigrateRegistryKeyRule(root.get(), L"", Rule(L"Src", L"Dst", L"Overwrite"));
 
    EXPECT_THAT(Log(), ElementsAre("INFO Migrated  to ."));
-   EXPECT_EQ(ReadTestValue(TestRoot + L"\\Hive\\Dst", L""), (StoredValue{REG_SZ, WideBytes(L"def")}));
+   EXPECT_EQ(ReadTestValue(TestRoot + L"\\Hive\\Dst", L""), SzValue(L"def"));
 }
 
 TEST_F(KeyMigrationTest, MalformedNewValuePassesThroughAndClearsTheDefaultDescriptor)
@@ -349,8 +308,13 @@ TEST_F(KeyMigrationTest, DestinationThatRefusesWritingIsLoggedAndSkipped)
 
 TEST_F(KeyMigrationTest, ClassesRootTakesTheMachineClassesDescriptor)
 {
-   RegDeleteTreeW(HKEY_CLASSES_ROOT, L"VtrTestClassSrc");
-   RegDeleteTreeW(HKEY_CLASSES_ROOT, L"VtrTestClassDst");
+   const auto cleanup = [] {
+      for (const wchar_t *name : {L"VtrTestClassSrc", L"VtrTestClassDst"}) {
+         RegDeleteTreeW(HKEY_CLASSES_ROOT, name);
+         RegDeleteKeyW(HKEY_CLASSES_ROOT, name);
+      }
+   };
+   cleanup();
    UniqueHkey source;
    ASSERT_EQ(RegCreateKeyExW(HKEY_CLASSES_ROOT, L"VtrTestClassSrc", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, source.put(),
                              nullptr),
@@ -363,12 +327,9 @@ TEST_F(KeyMigrationTest, ClassesRootTakesTheMachineClassesDescriptor)
    EXPECT_THAT(Log(), ElementsAre("INFO Migrated FriendlyAppName to FriendlyAppName."));
    UniqueHkey dest;
    EXPECT_EQ(RegOpenKeyExW(HKEY_CLASSES_ROOT, L"VtrTestClassDst", 0, KEY_READ, dest.put()), ERROR_SUCCESS);
-   EXPECT_EQ(ReadTestValue(dest.get(), L"FriendlyAppName"), (StoredValue{REG_SZ, WideBytes(L"App")}));
+   EXPECT_EQ(ReadTestValue(dest.get(), L"FriendlyAppName"), SzValue(L"App"));
    dest.reset();
-   RegDeleteTreeW(HKEY_CLASSES_ROOT, L"VtrTestClassSrc");
-   RegDeleteKeyW(HKEY_CLASSES_ROOT, L"VtrTestClassSrc");
-   RegDeleteTreeW(HKEY_CLASSES_ROOT, L"VtrTestClassDst");
-   RegDeleteKeyW(HKEY_CLASSES_ROOT, L"VtrTestClassDst");
+   cleanup();
 }
 
 TEST_F(KeyMigrationTest, LeafIsCreatedEvenWhenItsSourceDescriptorCannotBeRead)
@@ -390,7 +351,7 @@ TEST_F(KeyMigrationTest, LeafIsCreatedEvenWhenItsSourceDescriptorCannotBeRead)
    ASSERT_GE(Log().size(), 2u);
    EXPECT_EQ(Log()[0], "WARN Source path Software\\Eldrix, Inc.\\Client doesn't exist.");
    EXPECT_EQ(Log()[1], "INFO Migrated v1 to v1.");
-   EXPECT_EQ(ReadTestValue(dest, L"v1"), (StoredValue{REG_DWORD, DwordBytes(1)}));
+   EXPECT_EQ(ReadTestValue(dest, L"v1"), DwordValue(1));
 }
 
 // Descriptors. Reading a SACL needs ACCESS_SYSTEM_SECURITY, which needs SeSecurityPrivilege
@@ -453,20 +414,6 @@ bool CreateHonoursSecurityAttributes()
    return honoured;
 }
 
-TEST_F(KeySecurityTest, SegmentsGetTheVendorDescriptorAndTheLeafTheSources)
-{
-   SetPrivilege(SE_SECURITY_NAME, true);
-   if (!CreateHonoursSecurityAttributes()) {
-      GTEST_SKIP() << "RegCreateKeyExW ignores lpSecurityAttributes on this platform";
-   }
-   UniqueHkey(CreateTestKey(TestRoot + L"\\A"));
-   MigrateRegistryKeyRule(HKEY_LOCAL_MACHINE, Vendor, Rule(Source, TestRoot + L"\\A\\B\\C\\", L"Overwrite"));
-
-   EXPECT_EQ(DaclOf(TestRoot + L"\\A\\B"), DaclOf(Vendor));
-   EXPECT_EQ(DaclOf(TestRoot + L"\\A\\B\\C"), DaclOf(Source));
-   EXPECT_NE(DaclOf(Vendor), DaclOf(Source));
-}
-
 TEST_F(KeySecurityTest, MultiSegmentDestinationIsCreatedSegmentBySegment)
 {
    SetPrivilege(SE_SECURITY_NAME, true);
@@ -475,8 +422,15 @@ TEST_F(KeySecurityTest, MultiSegmentDestinationIsCreatedSegmentBySegment)
 
    EXPECT_THAT(SubKeyNames(TestRoot + L"\\A"), ElementsAre(L"B"));
    EXPECT_THAT(SubKeyNames(TestRoot + L"\\A\\B"), ElementsAre(L"C"));
-   EXPECT_EQ(ReadTestValue(TestRoot + L"\\A\\B\\C", L"v1"), (StoredValue{REG_DWORD, DwordBytes(1)}));
+   EXPECT_EQ(ReadTestValue(TestRoot + L"\\A\\B\\C", L"v1"), DwordValue(1));
    EXPECT_EQ(Log().front(), "INFO Migrated v1 to v1.");
+   // The segments get the vendor key's descriptor and the leaf the source's.
+   if (!CreateHonoursSecurityAttributes()) {
+      GTEST_SKIP() << "RegCreateKeyExW ignores lpSecurityAttributes on this platform";
+   }
+   EXPECT_EQ(DaclOf(TestRoot + L"\\A\\B"), DaclOf(Vendor));
+   EXPECT_EQ(DaclOf(TestRoot + L"\\A\\B\\C"), DaclOf(Source));
+   EXPECT_NE(DaclOf(Vendor), DaclOf(Source));
 }
 
 } // namespace

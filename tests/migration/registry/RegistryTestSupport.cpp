@@ -34,6 +34,16 @@ Bytes QwordBytes(ULONGLONG value)
    return bytes;
 }
 
+StoredValue DwordValue(DWORD value)
+{
+   return {REG_DWORD, DwordBytes(value)};
+}
+
+StoredValue SzValue(const std::wstring &text)
+{
+   return {REG_SZ, WideBytes(text)};
+}
+
 HKEY CreateTestKey(const std::wstring &path)
 {
    HKEY key = nullptr;
@@ -62,6 +72,13 @@ bool TestKeyExists(const std::wstring &path)
 void SetTestValue(HKEY key, const std::wstring &name, DWORD type, const Bytes &data)
 {
    ASSERT_EQ(RegSetValueExW(key, name.c_str(), 0, type, data.data(), static_cast<DWORD>(data.size())), ERROR_SUCCESS);
+}
+
+void PutTestValue(const std::wstring &path, const std::wstring &name, const StoredValue &value)
+{
+   HKEY key = CreateTestKey(path);
+   SetTestValue(key, name, value.type, value.data);
+   RegCloseKey(key);
 }
 
 std::optional<StoredValue> ReadTestValue(HKEY key, const std::wstring &name)
@@ -102,4 +119,13 @@ std::vector<std::wstring> ValueNames(HKEY key)
       names.emplace_back(name, length);
    }
    return names;
+}
+
+ValueMap ValuesOf(HKEY key)
+{
+   ValueMap values;
+   for (const std::wstring &name : ValueNames(key)) {
+      values.emplace(name, ReadTestValue(key, name).value_or(StoredValue{}));
+   }
+   return values;
 }

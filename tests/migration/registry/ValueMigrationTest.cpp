@@ -9,7 +9,6 @@
 #include "registry/ValueMigration.h"
 
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 namespace {
@@ -72,30 +71,21 @@ TEST_P(KeyActionTest, AppliesActionWord)
    }
    Migrate({}, c.action);
 
-   const StoredValue expected = c.written ? StoredValue{REG_SZ, WideBytes(L"new")}
-                                          : StoredValue{REG_DWORD, DwordBytes(7)};
-   if (c.written || c.destinationHasValue) {
-      EXPECT_EQ(Dest(L"v"), expected);
+   if (c.written) {
+      EXPECT_EQ(Dest(L"v"), SzValue(L"new"));
    } else {
-      EXPECT_EQ(Dest(L"v"), std::nullopt);
+      EXPECT_EQ(Dest(L"v"), c.destinationHasValue ? std::optional(DwordValue(7)) : std::nullopt);
    }
-   if (c.logLine != nullptr) {
-      EXPECT_THAT(Log(), ElementsAre(c.logLine));
-   } else {
-      EXPECT_THAT(Log(), IsEmpty());
-   }
+   EXPECT_EQ(Log(), c.logLine != nullptr ? std::vector<std::string>{c.logLine} : std::vector<std::string>{});
 }
 
 const KeyActionCase KeyActionCases[] = {
    {"Overwrite", L"Overwrite", true, true, "INFO Migrated v to v."},
    {"OverwriteUpper", L"OVERWRITE", false, true, "INFO Migrated v to v."},
-   {"OverwriteLower", L"overwrite", true, true, "INFO Migrated v to v."},
-   {"Skip", L"Skip", false, false, "INFO Value v skipped."},
-   {"SkipLower", L"skip", true, false, "INFO Value v skipped."},
+   {"SkipLower", L"skip", false, false, "INFO Value v skipped."},
    {"SkipIfExistsPresent", L"SkipIfexists", true, false, "INFO Value v exists and skipped."},
    {"SkipIfExistsAbsent", L"SKIPIFEXISTS", false, true, "INFO Migrated v to v."},
    {"Skipped", L"Skipped", false, false, nullptr},
-   {"SkippedPresent", L"Skipped", true, false, nullptr},
    {"Empty", L"", false, false, nullptr},
    {"TrailingBlank", L"Overwrite ", false, false, nullptr},
    {"Prefix", L"Over", false, false, nullptr},
@@ -104,12 +94,15 @@ const KeyActionCase KeyActionCases[] = {
 INSTANTIATE_TEST_SUITE_P(Words, KeyActionTest, testing::ValuesIn(KeyActionCases),
                          [](const testing::TestParamInfo<KeyActionCase> &info) { return info.param.label; });
 
-// A value named by a rule with a NewValue: what lands at the destination.
+// A value named by a rule with a NewValue: what lands at the destination, or the exception
+// (with the runtime's familiar text) that a malformed number leaves as.
 struct NewValueCase {
    const char *label;
    DWORD sourceType;
    const wchar_t *newValue;
    Bytes expected;
+   const char *thrown = nullptr;
+   bool outOfRange = false;
 };
 
 class NewValueTest : public ValueMigrationTest, public testing::WithParamInterface<NewValueCase> {};
@@ -118,11 +111,21 @@ TEST_P(NewValueTest, ConvertsByTheSourceType)
 {
    const NewValueCase &c = GetParam();
    SetTestValue(source_.get(), L"v", c.sourceType, Bytes{1, 2, 3, 4});
-   // The rule's Type disagrees on purpose: only the source's type counts.
-   Migrate({RegistryValueRule{L"v", L"", L"REG_NONE", L"Overwrite", c.newValue}}, L"Skip");
-
-   EXPECT_EQ(Dest(L"v"), (StoredValue{c.sourceType, c.expected}));
-   EXPECT_THAT(Log(), ElementsAre("INFO Migrated v to v."));
+   try {
+      // The rule's Type disagrees on purpose: only the source's type counts.
+      Migrate({RegistryValueRule{L"v", L"", L"REG_NONE", L"Overwrite", c.newValue}}, L"Skip");
+      EXPECT_EQ(c.thrown, nullptr) << "no exception";
+   } catch (const std::logic_error &e) {
+      EXPECT_STREQ(e.what(), c.thrown);
+      EXPECT_EQ(dynamic_cast<const std::out_of_range *>(&e) != nullptr, c.outOfRange);
+   }
+   if (c.thrown == nullptr) {
+      EXPECT_EQ(Dest(L"v"), (StoredValue{c.sourceType, c.expected}));
+      EXPECT_THAT(Log(), ElementsAre("INFO Migrated v to v."));
+   } else {
+      EXPECT_EQ(Dest(L"v"), std::nullopt);
+      EXPECT_THAT(Log(), IsEmpty());
+   }
 }
 
 const NewValueCase NewValueCases[] = {
@@ -142,175 +145,96 @@ const NewValueCase NewValueCases[] = {
    {"DwordHexIsDecimal", REG_DWORD, L"0x10", DwordBytes(0)},
    {"QwordMax", REG_QWORD, L"18446744073709551615", QwordBytes(0xFFFFFFFFFFFFFFFFull)},
    {"QwordAboveDword", REG_QWORD, L"99999999999", QwordBytes(99999999999ull)},
+   {"DwordHexText", REG_DWORD, L"AB", {}, "invalid stoul argument", false},
+   {"DwordTooBig", REG_DWORD, L"99999999999", {}, "stoul argument out of range", true},
+   {"DwordTooSmall", REG_DWORD, L"-99999999999", {}, "stoul argument out of range", true},
+   {"QwordText", REG_QWORD, L"x1", {}, "invalid stoull argument", false},
+   {"QwordTooBig", REG_QWORD, L"18446744073709551616", {}, "stoull argument out of range", true},
+   {"BinaryNotHex", REG_BINARY, L"00ZZ", {}, "invalid stoul argument", false},
+   {"MultiSzNotHex", REG_MULTI_SZ, L"g0", {}, "invalid stoul argument", false},
 };
 
 INSTANTIATE_TEST_SUITE_P(Types, NewValueTest, testing::ValuesIn(NewValueCases),
                          [](const testing::TestParamInfo<NewValueCase> &info) { return info.param.label; });
 
-// A malformed number leaves as an exception, with the runtime's familiar text.
-struct MalformedCase {
+// Values at the source (and perhaps already at the destination), the rules and the key's
+// action word: every value at the destination afterwards, and the log.
+struct RuleCase {
    const char *label;
-   DWORD sourceType;
-   const wchar_t *newValue;
-   bool outOfRange;
-   const char *what;
+   ValueMap source;
+   ValueMap before;
+   std::vector<RegistryValueRule> rules;
+   const wchar_t *keyAction;
+   ValueMap after;
+   std::vector<std::string> log;
 };
 
-class MalformedNumberTest : public ValueMigrationTest, public testing::WithParamInterface<MalformedCase> {};
+class RuleTest : public ValueMigrationTest, public testing::WithParamInterface<RuleCase> {};
 
-TEST_P(MalformedNumberTest, Throws)
+TEST_P(RuleTest, Migrates)
 {
-   const MalformedCase &c = GetParam();
-   SetTestValue(source_.get(), L"v", c.sourceType, Bytes{1, 2, 3, 4});
-   const std::vector<RegistryValueRule> rules{{L"v", L"", L"", L"Overwrite", c.newValue}};
-   try {
-      Migrate(rules, L"Overwrite");
-      FAIL() << "no exception";
-   } catch (const std::out_of_range &e) {
-      EXPECT_TRUE(c.outOfRange);
-      EXPECT_STREQ(e.what(), c.what);
-   } catch (const std::invalid_argument &e) {
-      EXPECT_FALSE(c.outOfRange);
-      EXPECT_STREQ(e.what(), c.what);
+   const RuleCase &c = GetParam();
+   for (const auto &[name, value] : c.source) {
+      SetTestValue(source_.get(), name, value.type, value.data);
    }
-   EXPECT_EQ(Dest(L"v"), std::nullopt);
-   EXPECT_THAT(Log(), IsEmpty());
+   for (const auto &[name, value] : c.before) {
+      SetTestValue(dest_.get(), name, value.type, value.data);
+   }
+   Migrate(c.rules, c.keyAction);
+   EXPECT_EQ(ValuesOf(dest_.get()), c.after);
+   EXPECT_EQ(Log(), c.log);
 }
 
-const MalformedCase MalformedCases[] = {
-   {"DwordHexText", REG_DWORD, L"AB", false, "invalid stoul argument"},
-   {"DwordTooBig", REG_DWORD, L"99999999999", true, "stoul argument out of range"},
-   {"DwordTooSmall", REG_DWORD, L"-99999999999", true, "stoul argument out of range"},
-   {"QwordText", REG_QWORD, L"x1", false, "invalid stoull argument"},
-   {"QwordTooBig", REG_QWORD, L"18446744073709551616", true, "stoull argument out of range"},
-   {"BinaryNotHex", REG_BINARY, L"00ZZ", false, "invalid stoul argument"},
-   {"MultiSzNotHex", REG_MULTI_SZ, L"g0", false, "invalid stoul argument"},
+const StoredValue One = DwordValue(1);
+const StoredValue Default = SzValue(L"default");
+
+const RuleCase RuleCases[] = {
+   {"MalformedNewValueForAValueTheSourceLacksIsNeverRead", {{L"other", One}}, {},
+    {{L"v", L"", L"", L"Overwrite", L"AB"}}, L"Overwrite", {{L"other", One}}, {"INFO Migrated other to other."}},
+   {"UnsupportedTypeWithNewValueIsLoggedAndLeftOut",
+    {{L"a", {REG_DWORD_BIG_ENDIAN, {0, 0, 0, 1}}}, {L"b", {REG_NONE, {9}}}, {L"c", {REG_LINK, {8}}},
+     {L"d", DwordValue(3)}},
+    {},
+    {{L"a", L"", L"", L"Overwrite", L"1"}, {L"b", L"", L"", L"Overwrite", L"1"}, {L"c", L"", L"", L"Overwrite", L"1"}},
+    L"Overwrite",
+    {{L"d", DwordValue(3)}},
+    {"ERRO Unsupport data type 5 in configuration file.",
+     "WARN Wrong format in configuration, the registry value data of Name: a",
+     "ERRO Unsupport data type 0 in configuration file.",
+     "WARN Wrong format in configuration, the registry value data of Name: b",
+     "ERRO Unsupport data type 6 in configuration file.",
+     "WARN Wrong format in configuration, the registry value data of Name: c", "INFO Migrated d to d."}},
+   {"UnsupportedTypeWithoutNewValueIsCopiedAsItIs", {{L"n", {REG_NONE, {1, 2}}}}, {}, {}, L"Overwrite",
+    {{L"n", {REG_NONE, {1, 2}}}}, {"INFO Migrated n to n."}},
+   // The rule's Type is not the type written.
+   {"RenameWritesUnderNewNameAndLogsOldNameFirst", {{L"Old", {REG_BINARY, {5, 6}}}}, {},
+    {{L"Old", L"New", L"REG_SZ", L"Overwrite", L""}}, L"Skip", {{L"New", {REG_BINARY, {5, 6}}}},
+    {"INFO Migrated Old to New."}},
+   // A is at the destination under its old name only, B under its new name only.
+   {"SkipIfExistsLooksForTheNewName", {{L"A", One}, {L"B", DwordValue(2)}},
+    {{L"A", DwordValue(10)}, {L"NewB", DwordValue(20)}},
+    {{L"A", L"NewA", L"", L"SkipIfExists", L""}, {L"B", L"NewB", L"", L"skipifexists", L""}}, L"Skip",
+    {{L"A", DwordValue(10)}, {L"NewA", One}, {L"NewB", DwordValue(20)}},
+    {"INFO Migrated A to NewA.", "INFO Value NewB exists and skipped."}},
+   {"SkipNamesTheOldName", {{L"Old", One}}, {}, {{L"Old", L"New", L"", L"SKIP", L""}}, L"Overwrite", {},
+    {"INFO Value Old skipped."}},
+   {"RuleActionReplacesKeyActionForItsValueOnly", {{L"a", One}, {L"b", DwordValue(2)}, {L"c", DwordValue(3)}}, {},
+    {{L"a", L"", L"", L"Overwrite", L""}, {L"c", L"", L"", L"Skipped", L""}}, L"Skip", {{L"a", One}},
+    {"INFO Migrated a to a.", "INFO Value b skipped."}},
+   // Rules match the old name exactly, the first one wins, and none creates a value the
+   // source doesn't have.
+   {"RulesMatchOldNameExactlyAndFirstRuleWins", {{L"name", One}}, {},
+    {{L"Name", L"Upper", L"", L"Overwrite", L""}, {L"name", L"First", L"", L"Overwrite", L""},
+     {L"name", L"Second", L"", L"Overwrite", L""}, {L"[$M]", L"Macro", L"", L"Overwrite", L""}},
+    L"Skip", {{L"First", One}}, {"INFO Migrated name to First."}},
+   {"DefaultValueTakesTheSamePath", {{L"", Default}}, {}, {}, L"Overwrite", {{L"", Default}}, {"INFO Migrated  to ."}},
+   {"DefaultValueCanBeRenamedAndGivenNewData", {{L"", Default}}, {}, {{L"", L"Named", L"", L"Overwrite", L"x"}},
+    L"Skip", {{L"Named", SzValue(L"x")}}, {"INFO Migrated  to Named."}},
+   {"EmptySourceKeyDoesNothing", {}, {}, {{L"a", L"b", L"", L"Overwrite", L"1"}}, L"Overwrite", {}, {}},
 };
 
-INSTANTIATE_TEST_SUITE_P(Numbers, MalformedNumberTest, testing::ValuesIn(MalformedCases),
-                         [](const testing::TestParamInfo<MalformedCase> &info) { return info.param.label; });
-
-TEST_F(ValueMigrationTest, MalformedNumberForAValueTheSourceLacksIsNeverRead)
-{
-   SetTestValue(source_.get(), L"other", REG_DWORD, DwordBytes(1));
-   Migrate({{L"v", L"", L"", L"Overwrite", L"AB"}}, L"Overwrite");
-   EXPECT_EQ(Dest(L"v"), std::nullopt);
-   EXPECT_EQ(Dest(L"other"), (StoredValue{REG_DWORD, DwordBytes(1)}));
-}
-
-TEST_F(ValueMigrationTest, UnsupportedTypeWithNewValueIsLoggedAndLeftOut)
-{
-   SetTestValue(source_.get(), L"a", REG_DWORD_BIG_ENDIAN, Bytes{0, 0, 0, 1});
-   SetTestValue(source_.get(), L"b", REG_NONE, Bytes{9});
-   SetTestValue(source_.get(), L"c", REG_LINK, Bytes{8});
-   SetTestValue(source_.get(), L"d", REG_DWORD, DwordBytes(3));
-   Migrate({{L"a", L"", L"", L"Overwrite", L"1"}, {L"b", L"", L"", L"Overwrite", L"1"},
-            {L"c", L"", L"", L"Overwrite", L"1"}},
-           L"Overwrite");
-
-   EXPECT_EQ(Dest(L"a"), std::nullopt);
-   EXPECT_EQ(Dest(L"b"), std::nullopt);
-   EXPECT_EQ(Dest(L"c"), std::nullopt);
-   EXPECT_EQ(Dest(L"d"), (StoredValue{REG_DWORD, DwordBytes(3)}));
-   EXPECT_THAT(Log(), ElementsAre("ERRO Unsupport data type 5 in configuration file.",
-                                  "WARN Wrong format in configuration, the registry value data of Name: a",
-                                  "ERRO Unsupport data type 0 in configuration file.",
-                                  "WARN Wrong format in configuration, the registry value data of Name: b",
-                                  "ERRO Unsupport data type 6 in configuration file.",
-                                  "WARN Wrong format in configuration, the registry value data of Name: c",
-                                  "INFO Migrated d to d."));
-}
-
-TEST_F(ValueMigrationTest, UnsupportedTypeWithoutNewValueIsCopiedAsItIs)
-{
-   SetTestValue(source_.get(), L"n", REG_NONE, Bytes{1, 2});
-   Migrate({}, L"Overwrite");
-   EXPECT_EQ(Dest(L"n"), (StoredValue{REG_NONE, Bytes{1, 2}}));
-}
-
-TEST_F(ValueMigrationTest, RenameWritesUnderNewNameAndLogsOldNameFirst)
-{
-   SetTestValue(source_.get(), L"Old", REG_BINARY, Bytes{5, 6});
-   Migrate({{L"Old", L"New", L"REG_SZ", L"Overwrite", L""}}, L"Skip");
-   EXPECT_EQ(Dest(L"New"), (StoredValue{REG_BINARY, Bytes{5, 6}}));
-   EXPECT_EQ(Dest(L"Old"), std::nullopt);
-   EXPECT_THAT(Log(), ElementsAre("INFO Migrated Old to New."));
-}
-
-TEST_F(ValueMigrationTest, SkipIfExistsLooksForTheNewName)
-{
-   SetTestValue(source_.get(), L"A", REG_DWORD, DwordBytes(1));
-   SetTestValue(source_.get(), L"B", REG_DWORD, DwordBytes(2));
-   // A is at the destination under its old name only, B under its new name only.
-   SetTestValue(dest_.get(), L"A", REG_DWORD, DwordBytes(10));
-   SetTestValue(dest_.get(), L"NewB", REG_DWORD, DwordBytes(20));
-   Migrate({{L"A", L"NewA", L"", L"SkipIfExists", L""}, {L"B", L"NewB", L"", L"skipifexists", L""}}, L"Skip");
-
-   EXPECT_EQ(Dest(L"NewA"), (StoredValue{REG_DWORD, DwordBytes(1)}));
-   EXPECT_EQ(Dest(L"A"), (StoredValue{REG_DWORD, DwordBytes(10)}));
-   EXPECT_EQ(Dest(L"NewB"), (StoredValue{REG_DWORD, DwordBytes(20)}));
-   EXPECT_THAT(Log(), ElementsAre("INFO Migrated A to NewA.", "INFO Value NewB exists and skipped."));
-}
-
-TEST_F(ValueMigrationTest, SkipNamesTheOldName)
-{
-   SetTestValue(source_.get(), L"Old", REG_DWORD, DwordBytes(1));
-   Migrate({{L"Old", L"New", L"", L"SKIP", L""}}, L"Overwrite");
-   EXPECT_EQ(Dest(L"New"), std::nullopt);
-   EXPECT_THAT(Log(), ElementsAre("INFO Value Old skipped."));
-}
-
-TEST_F(ValueMigrationTest, RuleActionReplacesKeyActionForItsValueOnly)
-{
-   SetTestValue(source_.get(), L"a", REG_DWORD, DwordBytes(1));
-   SetTestValue(source_.get(), L"b", REG_DWORD, DwordBytes(2));
-   SetTestValue(source_.get(), L"c", REG_DWORD, DwordBytes(3));
-   Migrate({{L"a", L"", L"", L"Overwrite", L""}, {L"c", L"", L"", L"Skipped", L""}}, L"Skip");
-   EXPECT_EQ(Dest(L"a"), (StoredValue{REG_DWORD, DwordBytes(1)}));
-   EXPECT_EQ(Dest(L"b"), std::nullopt);
-   EXPECT_EQ(Dest(L"c"), std::nullopt);
-   EXPECT_THAT(Log(), ElementsAre("INFO Migrated a to a.", "INFO Value b skipped."));
-}
-
-TEST_F(ValueMigrationTest, RulesMatchOldNameExactlyAndFirstRuleWins)
-{
-   SetTestValue(source_.get(), L"name", REG_DWORD, DwordBytes(1));
-   Migrate({{L"Name", L"Upper", L"", L"Overwrite", L""},
-            {L"name", L"First", L"", L"Overwrite", L""},
-            {L"name", L"Second", L"", L"Overwrite", L""},
-            {L"[$M]", L"Macro", L"", L"Overwrite", L""}},
-           L"Skip");
-   EXPECT_EQ(Dest(L"First"), (StoredValue{REG_DWORD, DwordBytes(1)}));
-   EXPECT_EQ(Dest(L"Upper"), std::nullopt);
-   EXPECT_EQ(Dest(L"Second"), std::nullopt);
-   // Rules never create values that the source doesn't have.
-   EXPECT_EQ(Dest(L"Macro"), std::nullopt);
-   EXPECT_THAT(Log(), ElementsAre("INFO Migrated name to First."));
-}
-
-TEST_F(ValueMigrationTest, DefaultValueTakesTheSamePath)
-{
-   SetTestValue(source_.get(), L"", REG_SZ, WideBytes(L"default"));
-   Migrate({}, L"Overwrite");
-   EXPECT_EQ(Dest(L""), (StoredValue{REG_SZ, WideBytes(L"default")}));
-   EXPECT_THAT(Log(), ElementsAre("INFO Migrated  to ."));
-}
-
-TEST_F(ValueMigrationTest, DefaultValueCanBeRenamedAndGivenNewData)
-{
-   SetTestValue(source_.get(), L"", REG_SZ, WideBytes(L"default"));
-   Migrate({{L"", L"Named", L"", L"Overwrite", L"x"}}, L"Skip");
-   EXPECT_EQ(Dest(L"Named"), (StoredValue{REG_SZ, WideBytes(L"x")}));
-   EXPECT_EQ(Dest(L""), std::nullopt);
-   EXPECT_THAT(Log(), ElementsAre("INFO Migrated  to Named."));
-}
-
-TEST_F(ValueMigrationTest, EmptySourceKeyDoesNothing)
-{
-   Migrate({{L"a", L"b", L"", L"Overwrite", L"1"}}, L"Overwrite");
-   EXPECT_THAT(ValueNames(dest_.get()), IsEmpty());
-   EXPECT_THAT(Log(), IsEmpty());
-}
+INSTANTIATE_TEST_SUITE_P(Rules, RuleTest, testing::ValuesIn(RuleCases),
+                         [](const testing::TestParamInfo<RuleCase> &info) { return info.param.label; });
 
 TEST_F(ValueMigrationTest, ValueOverTheDataBufferEndsTheWalkOfTheKey)
 {
