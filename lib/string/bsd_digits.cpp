@@ -38,8 +38,10 @@ namespace {
 // The runtime routines this replaces hand out at most this many bytes of digits,
 // terminator included; asking for more gives the most that fit, and the engines pad the
 // rest with zeros.
-constexpr int kDigitBufferSize = 349;
+constexpr int kDigitBufferSize = kDoubleDigitsSize;
 constexpr int kMaxDigits = kDigitBufferSize - 1;
+// A double has at most this many digits before the point.
+constexpr int kMaxIntegerDigits = 309;
 
 // Decimal exponent of a finite, non-zero magnitude: the e in d.ddd * 10^e.
 int DigitsDecimalExponent(double magnitude)
@@ -50,8 +52,8 @@ int DigitsDecimalExponent(double magnitude)
    return atoi(strchr(text, 'e') + 1);
 }
 
-// `count` significant digits.
-void DigitsSignificant(char *out, double magnitude, int count, int *position)
+// `count` significant digits. Returns the end of the digits.
+char *DigitsSignificant(char *out, double magnitude, int count, int *position)
 {
    if (count < 1) {
       count = 1;
@@ -71,24 +73,107 @@ void DigitsSignificant(char *out, double magnitude, int count, int *position)
    }
    *o = '\0';
    *position = atoi(p + 1) + 1;
+   return o;
 }
 
-// `count` digits behind the decimal point, leading zeros dropped.
-void DigitsFixed(char *out, double magnitude, int count, int *position)
+#if defined(__SIZEOF_INT128__)
+// 5^0 to 5^27: the largest power whose product with a 53-bit significand fits 128 bits.
+constexpr int kMaxExactFraction = 27;
+constexpr uint64_t kPowersOf5[kMaxExactFraction + 1] = {
+   1ull, 5ull, 25ull, 125ull, 625ull, 3125ull, 15625ull, 78125ull, 390625ull, 1953125ull,
+   9765625ull, 48828125ull, 244140625ull, 1220703125ull, 6103515625ull, 30517578125ull,
+   152587890625ull, 762939453125ull, 3814697265625ull, 19073486328125ull, 95367431640625ull,
+   476837158203125ull, 2384185791015625ull, 11920928955078125ull, 59604644775390625ull,
+   298023223876953125ull, 1490116119384765625ull, 7450580596923828125ull};
+
+// `count` digits behind the point for the common case of a short fraction of a moderate
+// value, without the general conversion: value * 10^count is m * 5^count * 2^shift
+// exactly, and rounding that to an integer (ties to even, as the general path does) is
+// a shift. Gives false when the scaled value does not fit 64 bits or rounds to nothing;
+// the general path takes those.
+bool DigitsFixedExact(char *out, double magnitude, int count, int *position, char **end)
 {
-   int exponent = magnitude == 0 ? 0 : DigitsDecimalExponent(magnitude);
-   int integerDigits = exponent >= 0 ? exponent + 1 : 0;
+   if (count > kMaxExactFraction) {
+      return false;
+   }
+   uint64_t bits;
+   memcpy(&bits, &magnitude, sizeof bits);
+   int biased = static_cast<int>(bits >> 52);
+   if (biased == 0) {
+      return false;  // zero and subnormals
+   }
+   uint64_t significand = (bits & ((uint64_t{1} << 52) - 1)) | (uint64_t{1} << 52);
+   int shift = biased - 1075 + count;
+   unsigned __int128 scaled = static_cast<unsigned __int128>(significand) * kPowersOf5[count];
+   uint64_t rounded;
+   if (shift >= 0) {
+      if (shift >= 64 || (scaled >> (64 - shift)) != 0) {
+         return false;
+      }
+      rounded = static_cast<uint64_t>(scaled << shift);
+   } else {
+      int k = -shift;
+      if (k >= 128) {
+         return false;
+      }
+      unsigned __int128 quotient = scaled >> k;
+      unsigned __int128 remainder = scaled - (quotient << k);
+      unsigned __int128 half = static_cast<unsigned __int128>(1) << (k - 1);
+      if (quotient >= UINT64_MAX) {
+         return false;
+      }
+      rounded = static_cast<uint64_t>(quotient);
+      if (remainder > half || (remainder == half && (rounded & 1) != 0)) {
+         rounded++;
+      }
+   }
+   if (rounded == 0) {
+      return false;
+   }
+   char text[24];
+   char *textEnd = text + sizeof text;
+   char *first = bsdfmt::UnsignedToText64<char>(rounded, textEnd, 10, false, nullptr, false,
+                                                '\0', nullptr);
+   size_t n = static_cast<size_t>(textEnd - first);
+   memcpy(out, first, n);
+   out[n] = '\0';
+   *position = static_cast<int>(n) - count;
+   *end = out + n;
+   return true;
+}
+#endif
+
+// `count` digits behind the decimal point, leading zeros dropped. Returns the end of the
+// digits.
+char *DigitsFixed(char *out, double magnitude, int count, int *position)
+{
    if (count < 0) {
       count = 0;
    }
-   if (static_cast<int64_t>(integerDigits) + count > kMaxDigits) {
-      count = kMaxDigits > integerDigits ? kMaxDigits - integerDigits : 0;
+#if defined(__SIZEOF_INT128__)
+   char *exactEnd;
+   if (DigitsFixedExact(out, magnitude, count, position, &exactEnd)) {
+      return exactEnd;
+   }
+#endif
+   // The exponent costs a conversion of its own. It is needed to cut a long fraction to
+   // the digit limit, which no value can reach with this few digits behind the point,
+   // and to place a value that rounds to nothing; it is found only then.
+   int exponent = 0;
+   bool haveExponent = false;
+   if (count > kMaxDigits - kMaxIntegerDigits) {
+      exponent = magnitude == 0 ? 0 : DigitsDecimalExponent(magnitude);
+      haveExponent = true;
+      int integerDigits = exponent >= 0 ? exponent + 1 : 0;
+      if (static_cast<int64_t>(integerDigits) + count > kMaxDigits) {
+         count = kMaxDigits > integerDigits ? kMaxDigits - integerDigits : 0;
+      }
    }
    // Up to 309 integer digits, the point and the fraction.
    char text[2 * kDigitBufferSize + 16];
    auto r = std::to_chars(text, text + sizeof text, magnitude, std::chars_format::fixed, count);
    *r.ptr = '\0';
-   const char *point = strchr(text, '.');
+   const char *point = static_cast<const char *>(memchr(text, '.', static_cast<size_t>(r.ptr - text)));
    int integerLength = point ? static_cast<int>(point - text) : static_cast<int>(r.ptr - text);
    const char *p = text;
    int skipped = 0;
@@ -107,10 +192,14 @@ void DigitsFixed(char *out, double magnitude, int count, int *position)
    *o = '\0';
    if (o == out) {
       // Nothing left after rounding: the position is that of the value's first digit.
+      if (!haveExponent && magnitude != 0) {
+         exponent = DigitsDecimalExponent(magnitude);
+      }
       *position = magnitude == 0 ? 0 : exponent + 1;
    } else {
       *position = integerLength - skipped;
    }
+   return o;
 }
 
 } // namespace
@@ -121,27 +210,37 @@ char *DoubleToDigits(double value, int mode, int count, int *position, int *sign
    if (buffer == nullptr) {
       return nullptr;
    }
+   DoubleToDigitsInto(buffer, value, mode, count, position, sign, end);
+   return buffer;
+}
+
+void DoubleToDigitsInto(char *buffer, double value, int mode, int count, int *position,
+                        int *sign, char **end)
+{
    *sign = std::signbit(value) ? 1 : 0;
+   char *e;
    if (std::isnan(value)) {
-      strcpy(buffer, "nan");
+      memcpy(buffer, "nan", 4);
+      e = buffer + 3;
       *position = 9999;
    } else if (std::isinf(value)) {
-      strcpy(buffer, *sign ? "-inf" : "inf");
+      const char *text = *sign ? "-inf" : "inf";
+      size_t n = strlen(text);
+      memcpy(buffer, text, n + 1);
+      e = buffer + n;
       *position = 9999;
    } else if (mode == 2) {
-      DigitsSignificant(buffer, std::fabs(value), count, position);
+      e = DigitsSignificant(buffer, std::fabs(value), count, position);
    } else {
-      DigitsFixed(buffer, std::fabs(value), count, position);
+      e = DigitsFixed(buffer, std::fabs(value), count, position);
       if (buffer[0] == '\0' && *position < 0 && *position < -count) {
          *position = -count;
       }
    }
-   char *e = buffer + strlen(buffer);
    while (e > buffer && e[-1] == '0') {
       e--;
    }
    *end = e;
-   return buffer;
 }
 
 char *LongDoubleToDigits(const long double *value, int mode, int count, int *position, int *sign,

@@ -74,6 +74,29 @@ int ReadNumber(const CharT *&p, int first)
    return n;
 }
 
+// The next '%' or the terminator. Literal text is most of many formats, so the narrow scan
+// goes to the C library's word-at-a-time routines rather than looking at each byte here.
+inline const char *FindConversion(const char *p)
+{
+   if (*p == '%' || *p == '\0') {
+      return p;
+   }
+#if defined(__GLIBC__)
+   return strchrnul(p, '%');
+#else
+   return p + strcspn(p, "%");
+#endif
+}
+
+template <typename CharT>
+const CharT *FindConversion(const CharT *p)
+{
+   while (*p != 0 && *p != '%') {
+      p++;
+   }
+   return p;
+}
+
 // ---- Argument pass ----------------------------------------------------------------------
 
 struct TypeTable {
@@ -142,9 +165,7 @@ void FindArgumentTypes(const CharT *fmt, TypeTable *t)
 {
    int nextarg = 1;
    for (;;) {
-      while (*fmt != 0 && *fmt != '%') {
-         fmt++;
-      }
+      fmt = FindConversion(fmt);
       if (*fmt == 0) {
          return;
       }
@@ -363,22 +384,30 @@ void OutputPrintAndPad(Output<CharT> *o, const CharT *p, int64_t available, int6
 
 // ---- Locale -----------------------------------------------------------------------------
 
-// The narrow engine gets everything up front; the wide one asks for the grouping only when
-// a conversion has the ' flag.
+// A caller may hand the locale in; otherwise localeconv() is asked, once per call and only
+// when a conversion needs it: the decimal point for a floating conversion, the separator
+// and grouping for the ' flag. Most formats need neither, and the query is not cheap.
 struct LocaleSource {
    const BsdFormatLocale *given;
+   bool haveDecimalPoint;
    bool haveGrouping;
+   char decimalPoint;
    char thousandsSep;
    const char *grouping;
 };
 
 inline char LocaleDecimalPoint(LocaleSource *l)
 {
-   if (l->given != nullptr) {
-      return l->given->decimalPoint;
+   if (!l->haveDecimalPoint) {
+      if (l->given != nullptr) {
+         l->decimalPoint = l->given->decimalPoint;
+      } else {
+         const struct lconv *lc = localeconv();
+         l->decimalPoint = lc->decimal_point != nullptr ? lc->decimal_point[0] : '.';
+      }
+      l->haveDecimalPoint = true;
    }
-   const struct lconv *lc = localeconv();
-   return lc->decimal_point != nullptr ? lc->decimal_point[0] : '.';
+   return l->decimalPoint;
 }
 
 inline void LocaleGrouping(LocaleSource *l, char *separator, const char **grouping)
@@ -440,20 +469,24 @@ struct Scratch {
    uint64_t *slots;
    TypeTable types;
    void *stringBuffer;   // converted %S (narrow) or %s (wide)
-   char *digits;         // floating digits
-   utf16_t *wideDigits;  // the same, widened (wide engine)
+   char digits[kDoubleDigitsSize];  // floating digits, on the stack: no call allocates them
+   utf16_t *wideDigits;             // the same, widened (wide engine)
 };
 
 template <typename CharT>
 void ScratchFree(Scratch<CharT> *s)
 {
+   // Most calls own none of these, and free() of null is still a call into the library.
    if (s->slots != s->slotsOnStack) {
       free(s->slots);
    }
    TypeTableFree(&s->types);
-   free(s->stringBuffer);
-   free(s->digits);
-   free(s->wideDigits);
+   if (s->stringBuffer != nullptr) {
+      free(s->stringBuffer);
+   }
+   if (s->wideDigits != nullptr) {
+      free(s->wideDigits);
+   }
 }
 
 template <typename CharT>
@@ -468,7 +501,13 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
    const CharT *blanks = Padding<CharT>::blanks;
    const CharT *zeroes = Padding<CharT>::zeroes;
 
-   Output<CharT> o{};
+   // The batch entries are written before they are read; the rest starts out empty.
+   Output<CharT> o;
+   o.written = 0;
+   o.total = 0;
+   o.count = 0;
+   o.pending = 0;
+   o.failed = false;
    o.growing = *buffer == nullptr;
    if (o.growing) {
       uint64_t n = TextLength(format) + 1;
@@ -485,11 +524,15 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
       o.capacity = capacity;
    }
 
-   LocaleSource loc{locale, false, '\0', nullptr};
-   const CharT decimalPoint = static_cast<CharT>(static_cast<unsigned char>(LocaleDecimalPoint(&loc)));
+   LocaleSource loc{locale, false, false, '.', '\0', nullptr};
+   // Set by the first floating conversion; the batch points at it until it is copied out.
+   CharT decimalPoint = '.';
 
-   Scratch<CharT> s{};
+   // Only what every way out reads is set: the argument slots are written before use.
+   Scratch<CharT> s;
    s.slots = s.slotsOnStack;
+   s.stringBuffer = nullptr;
+   s.wideDigits = nullptr;
    TypeTableInit(&s.types);
    FindArgumentTypes(format, &s.types);
    if (s.types.maxIndex >= kStackSlots) {
@@ -542,9 +585,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
 
       for (;;) {
          const CharT *run = fmt;
-         while (*fmt != 0 && *fmt != '%') {
-            fmt++;
-         }
+         fmt = FindConversion(fmt);
          if (fmt != run) {
             int64_t n = fmt - run;
             if (o.total + n > kMaxTotal) {
@@ -881,12 +922,9 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
             char *digitsEnd = nullptr;
             int mode = (ch == 'f' || ch == 'F') ? 3 : 2;
             int count = prec > INT_MAX ? INT_MAX : static_cast<int>(prec);
-            free(s.digits);
-            s.digits = DoubleToDigits(value, mode, count, &expt, &signflag, &digitsEnd);
-            if (s.digits == nullptr) {
-               goto fail;
-            }
+            DoubleToDigitsInto(s.digits, value, mode, count, &expt, &signflag, &digitsEnd);
             flags |= FPT;
+            decimalPoint = static_cast<CharT>(static_cast<unsigned char>(LocaleDecimalPoint(&loc)));
             ndig = static_cast<int>(digitsEnd - s.digits);
             if constexpr (kWide) {
                free(s.wideDigits);
@@ -898,8 +936,12 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
                special = expt == 9999;
             } else {
                cp = s.digits;
-               special = expt == 9999 || EqualsIgnoringCase(s.digits, "-inf") ||
-                         EqualsIgnoringCase(s.digits, "inf") || EqualsIgnoringCase(s.digits, "nan");
+               // Text that starts with a digit is none of the three words.
+               special = expt == 9999 ||
+                         (!IsDigit(s.digits[0]) &&
+                          (EqualsIgnoringCase(s.digits, "-inf") ||
+                           EqualsIgnoringCase(s.digits, "inf") ||
+                           EqualsIgnoringCase(s.digits, "nan")));
                if (special) {
                   bool upper = ch == 'E' || ch == 'F' || ch == 'G';
                   for (char *p = s.digits; *p != '\0'; p++) {

@@ -1,7 +1,5 @@
 // The narrow formatting engine: UTF-8 text into a caller's buffer or a growing one.
 
-#include <clocale>
-
 #include "string/bsd_printf_engine.h"
 #include "string/bsd_vsnprintf.h"
 
@@ -13,11 +11,7 @@ int BsdVsnprintfCore(char **buffer, size_t capacity, const BsdFormatLocale *loca
 
 int bsd_vsnprintf(char **buffer, size_t capacity, const char *format, va_list ap)
 {
-   // Read on every call: the process may switch locales between calls.
-   const struct lconv *lc = localeconv();
-   BsdFormatLocale locale;
-   locale.decimalPoint = lc->decimal_point != nullptr ? lc->decimal_point[0] : '.';
-   locale.thousandsSep = lc->thousands_sep != nullptr ? lc->thousands_sep[0] : '\0';
-   locale.grouping = lc->grouping != nullptr ? lc->grouping : "";
-   return BsdVsnprintfCore(buffer, capacity, &locale, format, ap);
+   // No locale handed in: the core reads localeconv() during this call, and only when a
+   // conversion needs it, since the process may switch locales between calls.
+   return BsdVsnprintfCore(buffer, capacity, nullptr, format, ap);
 }

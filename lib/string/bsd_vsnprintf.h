@@ -25,9 +25,9 @@ struct BsdFormatLocale {
    const char *grouping;  // the locale's grouping string; "" means no grouping
 };
 
+// A null locale makes the core query localeconv() itself, when a conversion needs it.
 int BsdVsnprintfCore(char **buffer, size_t capacity, const BsdFormatLocale *locale,
                      const char *format, va_list ap);
-// A null locale makes the wide core query localeconv() itself.
 int BsdVsnwprintfCore(utf16_t **buffer, size_t capacity, const BsdFormatLocale *locale,
                       const utf16_t *format, va_list ap);
 
@@ -58,6 +58,12 @@ int ExponentText(char *out, int exponent, int letter);
 // *end points behind the last digit that is not a trailing '0'. Infinities and NaN give
 // "inf", "-inf" or "nan" with position 9999.
 char *DoubleToDigits(double value, int mode, int count, int *position, int *sign, char **end);
+// The same into a caller's buffer of kDoubleDigitsSize bytes, the most digits there can be
+// plus the terminator: the engines keep it on the stack, so a floating conversion needs no
+// heap.
+constexpr int kDoubleDigitsSize = 349;
+void DoubleToDigitsInto(char *buffer, double value, int mode, int count, int *position,
+                        int *sign, char **end);
 // Formats *value as the 64-bit double that the format's `L` size stands for.
 char *LongDoubleToDigits(const long double *value, int mode, int count, int *position,
                          int *sign, char **end);
