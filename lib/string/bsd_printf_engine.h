@@ -322,13 +322,17 @@ bool OutputFlush(Output<CharT> *o)
          o->capacity = capacity;
       }
    }
+   uint64_t room = o->capacity > o->written ? o->capacity - o->written - 1 : 0;
    for (int i = 0; i < o->count; i++) {
-      uint64_t room = o->capacity > o->written ? o->capacity - o->written - 1 : 0;
       uint64_t n = o->pieces[i].length < room ? o->pieces[i].length : room;
-      if (n != 0) {
+      // Signs, points and separators are single characters: not worth a call to memcpy.
+      if (n == 1) {
+         o->buffer[o->written] = o->pieces[i].text[0];
+      } else if (n != 0) {
          memcpy(o->buffer + o->written, o->pieces[i].text, static_cast<size_t>(n) * sizeof(CharT));
-         o->written += n;
       }
+      o->written += n;
+      room -= n;
    }
    o->count = 0;
    o->pending = 0;
