@@ -76,6 +76,45 @@ int ReadNumber(const CharT *&p, int first)
 
 // The next '%' or the terminator. Literal text is most of many formats, so the narrow scan
 // goes to the C library's word-at-a-time routines rather than looking at each byte here.
+// The size letters that may stand between the flags and the conversion, read the same way
+// by the argument pass and the main pass. `fmt` stands just behind `ch`.
+template <typename CharT>
+inline void ApplySizeModifier(CharT ch, const CharT *&fmt, unsigned &flags)
+{
+   switch (ch) {
+   case 'h':
+      flags = (flags & SHORTINT) ? (flags & ~SHORTINT) | CHARINT : flags | SHORTINT;
+      break;
+   case 'l':
+      flags = (flags & LONGINT) ? (flags & ~LONGINT) | LLONGINT : flags | LONGINT;
+      break;
+   case 'L': case 'q':
+      flags |= LLONGINT;
+      break;
+   case 'I':
+      if (fmt[0] == '6' && fmt[1] == '4') {
+         fmt += 2;
+         flags |= LLONGINT;
+      } else if (fmt[0] == '3' && fmt[1] == '2') {
+         fmt += 2;
+      } else {
+         flags |= SIZET;
+      }
+      break;
+   case 'z': case 'Z':
+      flags |= SIZET;
+      break;
+   case 't':
+      flags |= PTRDIFFT;
+      break;
+   case 'j':
+      flags |= INTMAXT;
+      break;
+   default:
+      break;
+   }
+}
+
 inline const char *FindConversion(const char *p)
 {
    if (*p == '%' || *p == '\0') {
@@ -197,33 +236,8 @@ void FindArgumentTypes(const CharT *fmt, TypeTable *t)
             }
             continue;
          }
-         case 'h':
-            flags = (flags & SHORTINT) ? (flags & ~SHORTINT) | CHARINT : flags | SHORTINT;
-            continue;
-         case 'l':
-            flags = (flags & LONGINT) ? (flags & ~LONGINT) | LLONGINT : flags | LONGINT;
-            continue;
-         case 'L': case 'q':
-            flags |= LLONGINT;
-            continue;
-         case 'I':
-            if (fmt[0] == '6' && fmt[1] == '4') {
-               fmt += 2;
-               flags |= LLONGINT;
-            } else if (fmt[0] == '3' && fmt[1] == '2') {
-               fmt += 2;
-            } else {
-               flags |= SIZET;
-            }
-            continue;
-         case 'z': case 'Z':
-            flags |= SIZET;
-            continue;
-         case 't':
-            flags |= PTRDIFFT;
-            continue;
-         case 'j':
-            flags |= INTMAXT;
+         case 'h': case 'l': case 'L': case 'q': case 'I': case 'z': case 'Z': case 't': case 'j':
+            ApplySizeModifier(ch, fmt, flags);
             continue;
          case 'c':
             TypeTableSet(t, TakeNext(nextarg), (flags & LONGINT) ? ARG_WCHAR : ARG_INT);
@@ -682,33 +696,8 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
                }
                continue;
             }
-            case 'h':
-               flags = (flags & SHORTINT) ? (flags & ~SHORTINT) | CHARINT : flags | SHORTINT;
-               continue;
-            case 'l':
-               flags = (flags & LONGINT) ? (flags & ~LONGINT) | LLONGINT : flags | LONGINT;
-               continue;
-            case 'L': case 'q':
-               flags |= LLONGINT;
-               continue;
-            case 'I':
-               if (fmt[0] == '6' && fmt[1] == '4') {
-                  fmt += 2;
-                  flags |= LLONGINT;
-               } else if (fmt[0] == '3' && fmt[1] == '2') {
-                  fmt += 2;
-               } else {
-                  flags |= SIZET;
-               }
-               continue;
-            case 'z': case 'Z':
-               flags |= SIZET;
-               continue;
-            case 't':
-               flags |= PTRDIFFT;
-               continue;
-            case 'j':
-               flags |= INTMAXT;
+            case 'h': case 'l': case 'L': case 'q': case 'I': case 'z': case 'Z': case 't': case 'j':
+               ApplySizeModifier(ch, fmt, flags);
                continue;
             default:
                break;
