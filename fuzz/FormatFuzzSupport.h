@@ -152,4 +152,25 @@ inline double DoubleValue(size_t i, unsigned rotation)
    return kValues[(i + rotation) % (sizeof kValues / sizeof kValues[0])];
 }
 
+// The fixed argument list of one run: doubles, then pointers to the string buffers or
+// integers, rotated by the header so that every position sees every kind of value.
+struct ArgumentList {
+   double doubles[kDoubleArgs];
+   uint64_t general[kGeneralArgs];
+};
+
+inline ArgumentList MakeArgumentList(const Header &header, const StringArgs &strings, bool hasStar)
+{
+   ArgumentList list;
+   for (size_t i = 0; i < kDoubleArgs; ++i) {
+      list.doubles[i] = DoubleValue(i, header.rotation);
+   }
+   for (size_t i = 0; i < kGeneralArgs; ++i) {
+      list.general[i] = header.mode == kStrings
+                           ? uint64_t(reinterpret_cast<uintptr_t>(strings.buffers[(i + header.rotation) % 4]))
+                           : IntegerValue(i, header.rotation, hasStar);
+   }
+   return list;
+}
+
 } // namespace fuzzsupport

@@ -52,21 +52,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
       return -1;
    }
 
-   double doubles[kDoubleArgs];
-   for (size_t i = 0; i < kDoubleArgs; ++i) {
-      doubles[i] = DoubleValue(i, header.rotation);
-   }
-   uint64_t general[kGeneralArgs];
-   for (size_t i = 0; i < kGeneralArgs; ++i) {
-      general[i] = header.mode == kStrings
-                      ? uint64_t(reinterpret_cast<uintptr_t>(gStrings.buffers[(i + header.rotation) % 4]))
-                      : IntegerValue(i, header.rotation, hasStar);
-   }
+   const ArgumentList arguments = MakeArgumentList(header, gStrings, hasStar);
    auto run = [&](utf16_t **buffer, size_t capacity) {
       gStrings.Reset();  // %n of an earlier run must not change what this one reads
       return FormatWithList(std::make_index_sequence<kDoubleArgs>(),
                             std::make_index_sequence<kGeneralArgs>(), buffer, capacity,
-                            format.c_str(), doubles, general);
+                            format.c_str(), arguments.doubles, arguments.general);
    };
 
    utf16_t *grown = nullptr;
