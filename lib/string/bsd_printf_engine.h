@@ -491,6 +491,16 @@ struct Scratch {
    utf16_t *wideDigits;             // the same, widened (wide engine)
 };
 
+// Keeps the converted text of the current %S (or wide %s) until the next one or the end of
+// the call; null when the conversion failed.
+template <typename CharT>
+void *HoldConverted(Scratch<CharT> &s, void *converted)
+{
+   free(s.stringBuffer);
+   s.stringBuffer = converted;
+   return converted;
+}
+
 template <typename CharT>
 void ScratchFree(Scratch<CharT> *s)
 {
@@ -847,12 +857,11 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
                if (ws == nullptr) {
                   cp = kNull;
                } else {
-                  free(s.stringBuffer);
-                  s.stringBuffer = WideToUtf8String(ws, prec >= 0 ? static_cast<ptrdiff_t>(prec) : -1);
-                  if (s.stringBuffer == nullptr) {
+                  cp = static_cast<const CharT *>(
+                     HoldConverted(s, WideToUtf8String(ws, prec >= 0 ? static_cast<ptrdiff_t>(prec) : -1)));
+                  if (cp == nullptr) {
                      goto fail;
                   }
-                  cp = static_cast<const CharT *>(s.stringBuffer);
                }
                size = stringLength(cp, prec);
             }
@@ -868,12 +877,11 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
                if (ns == nullptr) {
                   cp = kNull;
                } else {
-                  free(s.stringBuffer);
-                  s.stringBuffer = Utf8ToWideString(ns, prec >= 0 ? static_cast<ptrdiff_t>(prec) : -1);
-                  if (s.stringBuffer == nullptr) {
+                  cp = static_cast<const CharT *>(
+                     HoldConverted(s, Utf8ToWideString(ns, prec >= 0 ? static_cast<ptrdiff_t>(prec) : -1)));
+                  if (cp == nullptr) {
                      goto fail;
                   }
-                  cp = static_cast<const CharT *>(s.stringBuffer);
                }
                size = stringLength(cp, prec);
                sign = 0;
