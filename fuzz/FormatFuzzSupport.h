@@ -173,4 +173,40 @@ inline ArgumentList MakeArgumentList(const Header &header, const StringArgs &str
    return list;
 }
 
+// What a growing call and a call into a fixed buffer of `capacity` units must agree on:
+// the same result, the fixed text the grown one cut to fit and terminated, and nothing left
+// allocated by a failed growing call. Returns the grown text's length up to its terminator
+// (which may stop short of the reported length: a zero-padded infinity or NaN counts its
+// field width but gets no zeros), or 0 when the growing call failed.
+template <typename CharT>
+size_t CheckFixedAgainstGrown(const CharT *grown, int grownLength, const CharT *fixed, const CharT *fixedTarget,
+                              int fixedLength, size_t capacity)
+{
+   if (grownLength < 0) {
+      if (grown != nullptr) {
+         __builtin_trap();
+      }
+      return 0;
+   }
+   if (grown == nullptr || fixedLength != grownLength || fixedTarget != fixed) {
+      __builtin_trap();
+   }
+   // The terminator is looked for, not assumed at grown[grownLength], which can lie beyond
+   // the allocation.
+   size_t text = 0;
+   while (grown[text] != 0) {
+      ++text;
+   }
+   if (text > size_t(grownLength)) {
+      __builtin_trap();
+   }
+   if (capacity > 0) {
+      const size_t kept = std::min(text, capacity - 1);
+      if (std::memcmp(fixed, grown, kept * sizeof *fixed) != 0 || fixed[kept] != 0) {
+         __builtin_trap();
+      }
+   }
+   return text;
+}
+
 } // namespace fuzzsupport

@@ -98,40 +98,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
       }
    }
 
-   if (grownLength < 0) {
-      if (grown != nullptr) {
-         __builtin_trap();  // a failed growing call must leave nothing allocated
-      }
-   } else {
-      if (grown == nullptr || fixedLength != grownLength || fixedTarget != fixed) {
+   const size_t text = CheckFixedAgainstGrown(grown, grownLength, fixed, fixedTarget, fixedLength, header.capacity);
+   if (grownLength >= 0 && header.capacity > 0) {
+      const size_t kept = std::min(text, header.capacity - 1);
+      // The bounded text is the engine's, cut back to a character boundary if it was cut.
+      if (boundedText > kept || std::memcmp(bounded, grown, boundedText) != 0) {
          __builtin_trap();
       }
-      // The text may end before the length reported: a zero-padded infinity or NaN counts
-      // its field width but gets no zeros. So the terminator is looked for, not assumed at
-      // grown[grownLength] (which can lie beyond the allocation).
-      size_t text = 0;
-      while (grown[text] != '\0') {
-         ++text;
-      }
-      if (text > size_t(grownLength)) {
+      if (fits && boundedText != kept) {
          __builtin_trap();
       }
-      if (header.capacity > 0) {
-         size_t kept = std::min(text, header.capacity - 1);
-         if (std::memcmp(fixed, grown, kept * sizeof *fixed) != 0 || fixed[kept] != '\0') {
-            __builtin_trap();
-         }
-         // The bounded text is the engine's, cut back to a character boundary if it was cut.
-         if (boundedText > kept || std::memcmp(bounded, grown, boundedText) != 0) {
-            __builtin_trap();
-         }
-         if (fits && boundedText != kept) {
-            __builtin_trap();
-         }
-         if (boundedText < text && IsValidUtf8(grown, text) &&
-             (static_cast<unsigned char>(grown[boundedText]) & 0xC0) == 0x80) {
-            __builtin_trap();
-         }
+      if (boundedText < text && IsValidUtf8(grown, text) &&
+          (static_cast<unsigned char>(grown[boundedText]) & 0xC0) == 0x80) {
+         __builtin_trap();
       }
    }
    std::free(grown);
