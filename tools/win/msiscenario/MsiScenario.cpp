@@ -2,6 +2,7 @@
 
 #include <msi.h>
 #include <msiquery.h>
+#include <sddl.h>
 
 #include <cstdio>
 
@@ -11,16 +12,6 @@
 
 namespace scenario {
 namespace {
-
-bool WriteFileBytes(const std::wstring &path, const std::string &bytes)
-{
-   FILE *file = _wfopen(path.c_str(), L"wb");
-   if (file == nullptr) {
-      return false;
-   }
-   const bool ok = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-   return fclose(file) == 0 && ok;
-}
 
 bool Execute(MSIHANDLE database, const std::wstring &sql, std::string &error)
 {
@@ -127,41 +118,46 @@ std::wstring ProductCodeOf(const std::wstring &packagePath)
    return code;
 }
 
+// The text of a string value that is exactly that text and one terminator.
+std::optional<std::wstring> StringText(const RegValue &value)
+{
+   const size_t units = value.data.size() / sizeof(wchar_t);
+   if (value.data.size() % sizeof(wchar_t) != 0 || units == 0) {
+      return std::nullopt;
+   }
+   std::wstring text(units - 1, L'\0');
+   memcpy(text.data(), value.data.data(), text.size() * sizeof(wchar_t));
+   if (value.data[value.data.size() - 1] != 0 || value.data[value.data.size() - 2] != 0 ||
+       text.find(L'\0') != std::wstring::npos) {
+      return std::nullopt;
+   }
+   return text;
+}
+
 void AppendValueText(std::ostringstream &out, const RegValue &value)
 {
-   switch (value.type) {
-   case REG_SZ:
-   case REG_EXPAND_SZ: {
-      std::wstring text(reinterpret_cast<const wchar_t *>(value.data.data()), value.data.size() / sizeof(wchar_t));
-      while (!text.empty() && text.back() == L'\0') {
-         text.pop_back();
-      }
-      out << (value.type == REG_SZ ? "REG_SZ \"" : "REG_EXPAND_SZ \"") << Narrow(text) << "\"";
-      break;
-   }
-   case REG_DWORD:
-      if (value.data.size() == 4) {
-         DWORD number;
-         memcpy(&number, value.data.data(), 4);
-         out << "REG_DWORD " << number;
-         break;
-      }
-      [[fallthrough]];
-   case REG_QWORD:
-      if (value.type == REG_QWORD && value.data.size() == 8) {
-         ULONGLONG number;
-         memcpy(&number, value.data.data(), 8);
-         out << "REG_QWORD " << number;
-         break;
-      }
-      [[fallthrough]];
-   default: {
-      static const char digits[] = "0123456789abcdef";
-      out << "type " << value.type << " hex:";
-      for (BYTE b : value.data) {
-         out << digits[b >> 4] << digits[b & 15];
+   if (value.type == REG_SZ || value.type == REG_EXPAND_SZ) {
+      if (const std::optional<std::wstring> text = StringText(value)) {
+         out << (value.type == REG_SZ ? "REG_SZ \"" : "REG_EXPAND_SZ \"") << Narrow(*text) << "\"";
+         return;
       }
    }
+   if (value.type == REG_DWORD && value.data.size() == 4) {
+      DWORD number;
+      memcpy(&number, value.data.data(), 4);
+      out << "REG_DWORD " << number;
+      return;
+   }
+   if (value.type == REG_QWORD && value.data.size() == 8) {
+      ULONGLONG number;
+      memcpy(&number, value.data.data(), 8);
+      out << "REG_QWORD " << number;
+      return;
+   }
+   static const char digits[] = "0123456789abcdef";
+   out << "type " << value.type << " hex:";
+   for (BYTE b : value.data) {
+      out << digits[b >> 4] << digits[b & 15];
    }
 }
 
@@ -217,6 +213,16 @@ std::string ReadFileBytes(const std::wstring &path)
    }
    fclose(file);
    return bytes;
+}
+
+bool WriteFileBytes(const std::wstring &path, const std::string &bytes)
+{
+   FILE *file = _wfopen(path.c_str(), L"wb");
+   if (file == nullptr) {
+      return false;
+   }
+   const bool ok = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+   return fclose(file) == 0 && ok;
 }
 
 std::string Narrow(const std::wstring &text)
@@ -453,19 +459,32 @@ bool WriteValue(HKEY root, const std::wstring &path, const RegValue &value)
                          static_cast<DWORD>(value.data.size())) == ERROR_SUCCESS;
 }
 
+RegValue StringValue(const std::wstring &name, const std::wstring &text)
+{
+   const BYTE *bytes = reinterpret_cast<const BYTE *>(text.c_str());
+   return {name, REG_SZ, std::vector<BYTE>(bytes, bytes + (text.size() + 1) * sizeof(wchar_t))};
+}
+
+RegValue DwordValue(const std::wstring &name, DWORD number)
+{
+   RegValue value{name, REG_DWORD, std::vector<BYTE>(4)};
+   memcpy(value.data.data(), &number, 4);
+   return value;
+}
+
+RegValue BinaryValue(const std::wstring &name, size_t size, BYTE fill)
+{
+   return {name, REG_BINARY, std::vector<BYTE>(size, fill)};
+}
+
 bool WriteString(HKEY root, const std::wstring &path, const std::wstring &name, const std::wstring &text)
 {
-   RegValue value{name, REG_SZ, {}};
-   const BYTE *bytes = reinterpret_cast<const BYTE *>(text.c_str());
-   value.data.assign(bytes, bytes + (text.size() + 1) * sizeof(wchar_t));
-   return WriteValue(root, path, value);
+   return WriteValue(root, path, StringValue(name, text));
 }
 
 bool WriteDword(HKEY root, const std::wstring &path, const std::wstring &name, DWORD number)
 {
-   RegValue value{name, REG_DWORD, std::vector<BYTE>(4)};
-   memcpy(value.data.data(), &number, 4);
-   return WriteValue(root, path, value);
+   return WriteValue(root, path, DwordValue(name, number));
 }
 
 bool KeyExists(HKEY root, const std::wstring &path)
@@ -497,6 +516,18 @@ void DeleteTree(HKEY root, const std::wstring &path)
 {
    RegDeleteTreeW(root, path.c_str());
    RegDeleteKeyW(root, path.c_str());
+}
+
+bool SetDacl(HKEY root, const std::wstring &path, const wchar_t *sddl)
+{
+   PSECURITY_DESCRIPTOR descriptor = nullptr;
+   if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1, &descriptor, nullptr)) {
+      return false;
+   }
+   UniqueLocalMemory owned(descriptor);
+   UniqueHkey key;
+   return RegOpenKeyExW(root, path.c_str(), 0, WRITE_DAC, key.put()) == ERROR_SUCCESS &&
+          RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor) == ERROR_SUCCESS;
 }
 
 std::vector<std::string> DumpTree(HKEY root, const std::wstring &path)

@@ -36,6 +36,8 @@ struct InstallResult {
 
 // The whole file, or empty when it can't be read.
 std::string ReadFileBytes(const std::wstring &path);
+// Creates or replaces the file; false if it can't be written whole.
+bool WriteFileBytes(const std::wstring &path, const std::string &bytes);
 
 // Paths inside the Wine prefix, as the test process sees them.
 std::wstring TempDirectory();
@@ -69,6 +71,12 @@ struct RegValue {
    std::vector<BYTE> data;
 };
 
+// A REG_SZ with its terminator, a REG_DWORD, or `size` bytes of `fill`, as the API stores them.
+RegValue StringValue(const std::wstring &name, const std::wstring &text);
+RegValue DwordValue(const std::wstring &name, DWORD number);
+RegValue BinaryValue(const std::wstring &name, size_t size, BYTE fill);
+
+// Each creates the key (and the keys above it) when it is missing.
 bool WriteValue(HKEY root, const std::wstring &path, const RegValue &value);
 bool WriteString(HKEY root, const std::wstring &path, const std::wstring &name, const std::wstring &text);
 bool WriteDword(HKEY root, const std::wstring &path, const std::wstring &name, DWORD number);
@@ -76,9 +84,13 @@ bool CreateKey(HKEY root, const std::wstring &path);
 bool KeyExists(HKEY root, const std::wstring &path);
 std::optional<RegValue> ReadValue(HKEY root, const std::wstring &path, const std::wstring &name);
 void DeleteTree(HKEY root, const std::wstring &path);
+// Replaces the key's DACL with the one the SDDL text gives.
+bool SetDacl(HKEY root, const std::wstring &path, const wchar_t *sddl);
 
 // One line per key and value below `path`, depth first in enumeration order:
 //   "Client\Sub" for a key, "Client\Sub: Name = REG_SZ \"text\"" for a value.
+// Every byte shows: a string value that isn't exactly its text and one terminator, and a
+// number of the wrong size, are written as "type N hex:..." like any other data.
 std::vector<std::string> DumpTree(HKEY root, const std::wstring &path);
 
 std::string Narrow(const std::wstring &text);
