@@ -1,12 +1,11 @@
-// The custom actions' frame inside a real install: the marker, CustomActionData, result
-// codes and the trace lines around each action.
+// The custom actions' frame inside a real install: the marker, CustomActionData, the result
+// codes msi sees and the trace lines around each action.
 #include "ScenarioFixture.h"
 
 #include <algorithm>
 
 namespace {
 
-using scenario::ActionOutcome;
 using Lines = std::vector<std::string>;
 
 TEST_F(InstallScenario, MarkerSetMakesEveryActionStandDown)
@@ -42,64 +41,40 @@ TEST_F(InstallScenario, MarkerSetMakesEveryActionStandDown)
                                 }));
 }
 
-TEST_F(InstallScenario, MarkerOtherThanOneIsNotDone)
+TEST_F(InstallScenario, WithoutTheMarkerExtractionRunsAndHaltsTheInstall)
 {
-   const DWORD two = 2, zero = 0;
-   const ULONGLONG wideOne = 1;
-   const wchar_t text[] = L"1";
-   struct Case {
-      const char *what;
-      DWORD type;
-      const void *data;
-      DWORD size;
-   } cases[] = {
-      {"dword 2", REG_DWORD, &two, 4},
-      {"dword 0", REG_DWORD, &zero, 4},
-      {"qword 1", REG_QWORD, &wideOne, 8},
-      {"text 1", REG_SZ, text, sizeof(text)},
-   };
-   for (const Case &c : cases) {
-      SCOPED_TRACE(c.what);
-      SetMarker(c.type, c.data, c.size);
-      auto result = Install();
-      // Not done, so the document is extracted: the step that isn't built yet ends the action.
-      EXPECT_EQ(result.actions.at(L"ExtractMigrConfig").code, 2u);
-      EXPECT_EQ(result.logEntries, (Lines{
-                                      "INFO Enter function: ExtractMigrConfig.",
-                                      "ERRO Installer can't extract configuration file from database.",
-                                      "INFO Leave function: ExtractMigrConfig.",
-                                   }));
-      EXPECT_FALSE(result.actions[L"MigrateVantoraSvc"].ran) << "the install halts before deferred actions";
-      TearDown();
-   }
+   auto result = Install();
+   // The step that isn't built yet ends the action, and msi stops before the deferred ones.
+   EXPECT_EQ(result.actions.at(L"ExtractMigrConfig").code, 2u);
+   EXPECT_EQ(result.logEntries, (Lines{"INFO Enter function: ExtractMigrConfig.",
+                                       "ERRO Installer can't extract configuration file from database.",
+                                       "INFO Leave function: ExtractMigrConfig."}));
+   EXPECT_FALSE(result.actions[L"MigrateVantoraSvc"].ran);
 }
 
 TEST_F(InstallScenario, CustomActionDataLongerThanTheBufferFailsTheServiceAction)
 {
-   struct Case {
+   // 259 characters fit the 260-character buffer: the read succeeds and the load fails.
+   const struct {
       size_t length;
       unsigned code;
       const char *line;
-   } cases[] = {
-      // 259 characters fit the 260-character buffer: the read succeeds and the load fails.
+   } rows[] = {
       {259, 1006, "ERRO Load migration configuration for services failed."},
       {260, 1603, "ERRO Failed to fetch migration config file."},
-      {400, 1603, "ERRO Failed to fetch migration config file."},
    };
-   for (const Case &c : cases) {
-      SCOPED_TRACE(c.length);
-      std::wstring path = L"C:\\missing\\";
-      path += std::wstring(c.length - path.size() - 4, L'x') + L".xml";
-      ASSERT_EQ(path.size(), c.length);
+   for (const auto &r : rows) {
+      SCOPED_TRACE(r.length);
+      const std::wstring path = L"C:\\missing\\" + std::wstring(r.length - 15, L'x') + L".xml";
       scenario::PackageChanges changes;
       changes.properties.push_back({L"MigrateConfigFilepath", path});
       changes.skippedActions.push_back(L"ExtractMigrConfig");
       const auto result = Install(changes);
 
-      EXPECT_EQ(result.actions.at(L"MigrateVantoraSvc").code, c.code);
+      EXPECT_EQ(result.actions.at(L"MigrateVantoraSvc").code, r.code);
       const Lines errors = EntriesStartingWith(result.logEntries, {"ERRO"});
       ASSERT_FALSE(errors.empty());
-      EXPECT_EQ(errors.back(), c.line);
+      EXPECT_EQ(errors.back(), r.line);
       EXPECT_EQ(result.logEntries.back(), "INFO Leave function: MigrateVantoraSvc.");
       TearDown();
    }
@@ -109,37 +84,52 @@ TEST_F(InstallScenario, UserActionChecksBothFieldsOfCustomActionData)
 {
    // CustomActionData is given directly, in place of the property-setting action. With the
    // marker set, the load stands down and only the field checks and the tail of the action
-   // remain to be seen.
+   // remain to be seen; an empty path is the first scenario's.
    const DWORD one = 1;
-   const Lines loadStandsDown = {"INFO Enter function: LoadMigrationConfiguration.",
-                                 "INFO The previous migration done, pass migration services.",
-                                 "INFO Leave function: LoadMigrationConfiguration."};
-   struct Case {
+   const struct {
       const wchar_t *customActionData;
       unsigned code;
-      Lines between; // the lines between Enter and Leave of MigrateVantoraUser
-   } cases[] = {
-      {L";S-1-5-21-0-0-0-1000", 1603, {"ERRO Failed to extract xml file path from CustomActionData."}},
-      {L"C:\\doc.xml", 1603, {"ERRO Failed to extract logged in user sid path."}},
+      Lines between;  // the lines between Enter and Leave of MigrateVantoraUser
+   } rows[] = {
       {L"C:\\doc.xml;", 1603, {"ERRO Failed to extract logged in user sid path."}},
-      {L"C:\\doc.xml;S-1-5-21-0-0-0-1000;extra", 0, loadStandsDown},
+      {L"C:\\doc.xml;S-1-5-21-0-0-0-1000;extra", 0,
+       {"INFO Enter function: LoadMigrationConfiguration.", "INFO The previous migration done, pass migration services.",
+        "INFO Leave function: LoadMigrationConfiguration."}},
    };
-   for (const Case &c : cases) {
-      SCOPED_TRACE(scenario::Narrow(c.customActionData));
+   for (const auto &r : rows) {
+      SCOPED_TRACE(scenario::Narrow(r.customActionData));
       SetMarker(REG_DWORD, &one, 4);
       scenario::PackageChanges changes;
       changes.skippedActions = {L"ExtractMigrConfig", L"SetMigrateVantoraUserData"};
-      changes.properties = {{L"MigrateConfigFilepath", L"C:\\doc.xml"}, {L"MigrateVantoraUser", c.customActionData}};
+      changes.properties = {{L"MigrateConfigFilepath", L"C:\\doc.xml"}, {L"MigrateVantoraUser", r.customActionData}};
       const auto result = Install(changes);
 
-      EXPECT_EQ(result.actions.at(L"MigrateVantoraUser").code, c.code);
+      EXPECT_EQ(result.actions.at(L"MigrateVantoraUser").code, r.code);
       Lines expected = {"INFO Enter function: MigrateVantoraUser."};
-      expected.insert(expected.end(), c.between.begin(), c.between.end());
+      expected.insert(expected.end(), r.between.begin(), r.between.end());
       expected.push_back("INFO Leave function: MigrateVantoraUser.");
       const auto userStart = std::find(result.logEntries.begin(), result.logEntries.end(), expected.front());
       EXPECT_EQ(Lines(userStart, result.logEntries.end()), expected);
       TearDown();
    }
+}
+
+TEST_F(InstallScenario, DocumentThatIsNotWellFormedFailsTheLoadWith1006)
+{
+   scenario::WriteDword(HKEY_LOCAL_MACHINE, OldVendorKey + std::wstring(L"\\Vantora Client"), L"LogLevel", 5);
+   auto result = Install(DeferredWithDocument("<VantoraMigration><ServiceMigration></VantoraMigration>\n"));
+
+   EXPECT_EQ(result.actions.at(L"MigrateVantoraSvc").code, 1006u);
+   EXPECT_FALSE(result.actions[L"MigrateVantoraUser"].ran) << "the install halts at the failed action";
+   const std::string path = WideLog(DocumentPath());
+   Lines lines = EntriesStartingWith(result.logEntries, {"ERRO", "INFO Parsing"});
+   ASSERT_EQ(lines.size(), 5u);
+   EXPECT_EQ(lines[1].rfind("ERRO Failed to load XML file.Last Error: ", 0), 0u) << lines[1];
+   lines[1] = "(the load)";
+   EXPECT_EQ(lines, (Lines{"INFO Parsing migration config file " + path + ".", "(the load)",
+                           "ERRO Failed to load document " + path + ".", "ERRO Installer can't load configuration file.",
+                           "ERRO Load migration configuration for services failed."}));
+   EXPECT_FALSE(scenario::KeyExists(HKEY_LOCAL_MACHINE, L"Software\\Corvane\\Client"));
 }
 
 } // namespace
