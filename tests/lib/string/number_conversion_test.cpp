@@ -12,43 +12,30 @@
 
 namespace {
 
-// The 64-bit form is the engine's, and reached through it; the 32-bit form only from here.
-TEST(UnsignedToText32, DigitsAndGroups)
+// The 64-bit form is the engine's, and reached through it (differential and grouping
+// tables); the 32-bit form's own grouping cases only from here.
+TEST(UnsignedToText32, Groups)
 {
    const struct {
       uint32_t value;
-      int base;
-      bool octalZero;
       bool group;
       char sep;
       const char *grouping;
       const char *want;
    } rows[] = {
-      {1234567, 10, false, true, ',', "\3", "1,234,567"},
-      {1234567, 10, false, true, ',', "\3\2", "12,34,567"},
-      {123456789, 10, false, true, ',', "\1\2\3", "123,456,78,9"},
-      {0xFFFFFFFF, 10, false, true, ',', "\3", "4,294,967,295"},
-      {0x80000000, 10, false, true, ',', "\2", "21,47,48,36,48"},
-      {1234567, 10, false, true, ',', "\x7f", "1234567"},
-      {1234567, 10, false, true, ',', "\3\x7f", "1234,567"},
-      {1234567, 10, false, false, ',', "\3", "1234567"},
-      {1000, 10, false, true, '.', "\3", "1.000"},
-      {999, 10, false, true, ',', "\3", "999"},
-      {9, 10, false, true, ',', "\1", "9"},
-      {10, 10, false, true, ',', "\1", "1,0"},
-      {8, 8, true, false, ',', "", "010"},
-      {0, 8, true, false, ',', "", "0"},
-      {8, 8, false, false, ',', "", "10"},
-      {0xFFFFFFFF, 8, true, false, ',', "", "037777777777"},
-      {255, 16, false, false, ',', "", "ff"},
-      {0, 16, true, false, ',', "", "0"},
+      {123456789, true, ',', "\1\2\3", "123,456,78,9"},
+      {0x80000000, true, ',', "\2", "21,47,48,36,48"},
+      {1234567, true, ',', "\x7f", "1234567"},
+      {1234567, true, ',', "\3\x7f", "1234,567"},
+      {1234567, false, ',', "\3", "1234567"},
+      {9, true, ',', "\1", "9"},
+      {10, true, ',', "\1", "1,0"},
    };
    for (const auto &r : rows) {
       char buffer[100];
       char *end = buffer + sizeof buffer;
-      char *start = UnsignedToText32(r.value, end, r.base, r.octalZero, "0123456789abcdef", r.group, r.sep,
-                                     r.grouping);
-      EXPECT_EQ(std::string(start, end), r.want);
+      EXPECT_EQ(std::string(UnsignedToText32(r.value, end, 10, false, "0123456789abcdef", r.group, r.sep, r.grouping), end),
+                r.want);
    }
 }
 
@@ -89,14 +76,10 @@ TEST(DoubleToDigits, DigitsPositionAndSign)
       {9.9999, 2, 2, "1", 2, 0},
       {5e-324, 2, 3, "494", -323, 0},
       {0.0, 3, 6, "", 0, 0},
-      {123.456, 3, 2, "12346", 3, 0},
-      {0.0096, 3, 2, "1", -1, 0},
       {0.001, 3, 2, "", -2, 0},
-      {9.6, 3, 0, "1", 2, 0},
       {0.5, 3, 0, "", 0, 0},
-      {2.5, 3, 0, "2", 1, 0},
       {-2.5, 3, 1, "25", 1, 1},
-      {1e22, 3, 2, "1", 23, 0},
+      {5e-324, 3, 27, "", -27, 0},  // rounds to nothing: the position stops at the count
       {inf, 2, 6, "inf", 9999, 0},
       {-inf, 3, 6, "-inf", 9999, 1},
       {std::numeric_limits<double>::quiet_NaN(), 2, 6, "nan", 9999, 0},
@@ -122,33 +105,27 @@ TEST(DoubleToDigits, AsksBeyondTheBufferGiveTheDigitsThatFit)
 
 TEST(LongDoubleToDigits, TakesTheValueAsADouble)
 {
-   long double value = 1.5L;
+   long double value = 0.1L;  // not representable: the double nearest to it is what is printed
    int position = 0;
    int sign = 0;
    char *end = nullptr;
-   char *d = LongDoubleToDigits(&value, 2, 3, &position, &sign, &end);
+   char *d = LongDoubleToDigits(&value, 2, 20, &position, &sign, &end);
    ASSERT_NE(d, nullptr);
-   EXPECT_EQ(std::string(d, end), "15");
-   EXPECT_EQ(position, 1);
-   free(d);
-   value = 0.1L;  // not representable: the double nearest to it is what is printed
-   d = LongDoubleToDigits(&value, 2, 20, &position, &sign, &end);
    EXPECT_EQ(std::string(d, end), "10000000000000000555");
+   EXPECT_EQ(position, 0);
    free(d);
 }
 
-struct Utf16To8Row {
-   std::vector<uint16_t> source;
-   bool lenient;
-   size_t room;
-   int result;
-   std::string bytes;
-   size_t consumed;
-};
-
 TEST(ConvertUtf16ToUtf8, ResultsAndStoppingPoints)
 {
-   const Utf16To8Row rows[] = {
+   const struct {
+      std::vector<uint16_t> source;
+      bool lenient;
+      size_t room;
+      int result;
+      std::string bytes;
+      size_t consumed;
+   } rows[] = {
       {{0xE9, 0x7FF, 0x800}, false, 8, 0, "\xC3\xA9\xDF\xBF\xE0\xA0\x80", 3},
       {{0x20AC, 0xFFFF}, false, 8, 0, "\xE2\x82\xAC\xEF\xBF\xBF", 2},
       {{0xD83D, 0xDE00}, false, 8, 0, "\xF0\x9F\x98\x80", 2},
@@ -176,18 +153,16 @@ TEST(ConvertUtf16ToUtf8, ResultsAndStoppingPoints)
    }
 }
 
-struct Utf8To16Row {
-   std::string source;
-   bool lenient;
-   size_t room;
-   int result;
-   std::vector<uint16_t> units;
-   size_t consumed;
-};
-
 TEST(ConvertUtf8ToUtf16, ResultsAndStoppingPoints)
 {
-   const Utf8To16Row rows[] = {
+   const struct {
+      std::string source;
+      bool lenient;
+      size_t room;
+      int result;
+      std::vector<uint16_t> units;
+      size_t consumed;
+   } rows[] = {
       {"\xC3\xA9\xE2\x82\xAC", false, 8, 0, {0xE9, 0x20AC}, 5},
       {"\xF4\x8F\xBF\xBF", false, 8, 0, {0xDBFF, 0xDFFF}, 4},
       {"\xC0\x80", true, 8, 3, {}, 0},
@@ -225,19 +200,16 @@ TEST(IsLegalUtf8, Boundaries)
       {"\x80", 1, false},
       {"\xC2\x80", 2, true},
       {"\xC1\xBF", 2, false},
-      {"\xC3\x28", 2, false},
       {"\xDF\xC0", 2, false},
       {"\xE0\xA0\x80", 3, true},
       {"\xE0\x9F\xBF", 3, false},
       {"\xED\x9F\xBF", 3, true},
-      {"\xED\xA0\x80", 3, false},
       {"\xEF\xBF\xBF", 3, true},
       {"\xF0\x90\x80\x80", 4, true},
       {"\xF0\x8F\xBF\xBF", 4, false},
       {"\xF4\x8F\xBF\xBF", 4, true},
       {"\xF4\x90\x80\x80", 4, false},
       {"\xF5\x80\x80\x80", 4, false},
-      {"\xF8\x88\x80\x80\x80", 5, false},
       {"", 0, false},
    };
    for (const auto &r : rows) {
