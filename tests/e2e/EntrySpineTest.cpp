@@ -54,7 +54,8 @@ TEST_F(InstallScenario, WithoutTheMarkerExtractionRunsAndHaltsTheInstall)
 
 TEST_F(InstallScenario, CustomActionDataLongerThanTheBufferFailsTheServiceAction)
 {
-   // 259 characters fit the 260-character buffer: the read succeeds and the load fails.
+   // 259 characters fit the 260-character buffer: the read succeeds, the load fails, and the
+   // action hands its code on.
    const struct {
       size_t length;
       unsigned code;
@@ -112,24 +113,6 @@ TEST_F(InstallScenario, UserActionChecksBothFieldsOfCustomActionData)
       EXPECT_EQ(Lines(userStart, result.logEntries.end()), expected);
       TearDown();
    }
-}
-
-TEST_F(InstallScenario, DocumentThatIsNotWellFormedFailsTheLoadWith1006)
-{
-   scenario::WriteDword(HKEY_LOCAL_MACHINE, OldVendorKey + std::wstring(L"\\Vantora Client"), L"LogLevel", 5);
-   auto result = Install(DeferredWithDocument("<VantoraMigration><ServiceMigration></VantoraMigration>\n"));
-
-   EXPECT_EQ(result.actions.at(L"MigrateVantoraSvc").code, 1006u);
-   EXPECT_FALSE(result.actions[L"MigrateVantoraUser"].ran) << "the install halts at the failed action";
-   const std::string path = WideLog(DocumentPath());
-   Lines lines = EntriesStartingWith(result.logEntries, {"ERRO", "INFO Parsing"});
-   ASSERT_EQ(lines.size(), 5u);
-   EXPECT_EQ(lines[1].rfind("ERRO Failed to load XML file.Last Error: ", 0), 0u) << lines[1];
-   lines[1] = "(the load)";
-   EXPECT_EQ(lines, (Lines{"INFO Parsing migration config file " + path + ".", "(the load)",
-                           "ERRO Failed to load document " + path + ".", "ERRO Installer can't load configuration file.",
-                           "ERRO Load migration configuration for services failed."}));
-   EXPECT_FALSE(scenario::KeyExists(HKEY_LOCAL_MACHINE, L"Software\\Corvane\\Client"));
 }
 
 } // namespace

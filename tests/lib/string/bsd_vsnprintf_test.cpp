@@ -200,21 +200,28 @@ TEST(BsdVsnprintf, GrowingModeAllocatesExactTextOrNothing)
    Check(rows);
 }
 
-TEST(BsdVsnprintf, PublicEntryUsesTheProcessLocale)
+// The public entries read the process's locale, which in a test is "C": '.' and no grouping.
+TEST(BsdVsnprintf, PublicEntriesUseTheProcessLocale)
 {
-   // The test process runs in the "C" locale: '.' and no grouping.
    char *out = nullptr;
-   auto call = [&](const char *format, ...) {
+   utf16_t *wide = nullptr;
+   auto call = [&](const char *format, const utf16_t *wideFormat, ...) {
       va_list ap;
-      va_start(ap, format);
+      va_start(ap, wideFormat);
+      va_list copy;
+      va_copy(copy, ap);
       int n = bsd_vsnprintf(&out, 0, format, ap);
+      int w = bsd_vsnwprintf(&wide, 0, wideFormat, copy);
+      va_end(copy);
       va_end(ap);
-      return n;
+      return std::pair(n, w);
    };
-   EXPECT_EQ(call("%'d|%.1f", 1234567, 0.5), 11);
-   ASSERT_NE(out, nullptr);
+   EXPECT_EQ(call("%'d|%.1f", U16("%'d|%.1f"), 1234567, 0.5), std::pair(11, 11));
+   ASSERT_TRUE(out != nullptr && wide != nullptr);
    EXPECT_STREQ(out, "1234567|0.5");
+   EXPECT_EQ(AsU16(wide), u"1234567|0.5");
    free(out);
+   free(wide);
 }
 
 } // namespace
