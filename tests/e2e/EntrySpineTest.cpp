@@ -10,8 +10,7 @@ using Lines = std::vector<std::string>;
 
 TEST_F(InstallScenario, MarkerSetMakesEveryActionStandDown)
 {
-   const DWORD one = 1;
-   SetMarker(REG_DWORD, &one, 4);
+   SetMarker(1);
    const auto result = Install();
 
    EXPECT_TRUE(result.actions.at(L"ExtractMigrConfig").ran);
@@ -86,7 +85,6 @@ TEST_F(InstallScenario, UserActionChecksBothFieldsOfCustomActionData)
    // CustomActionData is given directly, in place of the property-setting action. With the
    // marker set, the load stands down and only the field checks and the tail of the action
    // remain to be seen; an empty path is the first scenario's.
-   const DWORD one = 1;
    const struct {
       const wchar_t *customActionData;
       unsigned code;
@@ -99,7 +97,7 @@ TEST_F(InstallScenario, UserActionChecksBothFieldsOfCustomActionData)
    };
    for (const auto &r : rows) {
       SCOPED_TRACE(scenario::Narrow(r.customActionData));
-      SetMarker(REG_DWORD, &one, 4);
+      SetMarker(1);
       scenario::PackageChanges changes;
       changes.skippedActions = {L"ExtractMigrConfig", L"SetMigrateVantoraUserData"};
       changes.properties = {{L"MigrateConfigFilepath", L"C:\\doc.xml"}, {L"MigrateVantoraUser", r.customActionData}};

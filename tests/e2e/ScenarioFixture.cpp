@@ -62,14 +62,6 @@ scenario::PackageChanges InstallScenario::DeferredWithDocument(const std::string
    return changes;
 }
 
-void InstallScenario::SetMarker(DWORD type, const void *data, DWORD size)
-{
-   scenario::RegValue value{L"MigrationDone", type, {}};
-   const BYTE *bytes = static_cast<const BYTE *>(data);
-   value.data.assign(bytes, bytes + size);
-   ASSERT_TRUE(scenario::WriteValue(HKEY_LOCAL_MACHINE, MarkerKey, value));
-}
-
 std::vector<std::string> EntriesStartingWith(const std::vector<std::string> &log,
                                              const std::vector<std::string> &prefixes)
 {

@@ -200,6 +200,58 @@ TEST(BsdVsnprintf, GrowingModeAllocatesExactTextOrNothing)
    Check(rows);
 }
 
+struct Stored {
+   int result;
+   std::string text;
+};
+
+Stored FormatInto(size_t capacity, const char *format, ...)
+{
+   char buffer[512];
+   memset(buffer, '#', sizeof buffer);
+   char *target = buffer;
+   va_list ap;
+   va_start(ap, format);
+   int n = bsd_vsnprintf(&target, capacity, format, ap);
+   va_end(ap);
+   return {n, std::string(buffer, strnlen(buffer, sizeof buffer))};
+}
+
+constexpr char kHundred[] =
+   "0123456789abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_=+"
+   "!@#$^&*()[]{}<";
+static_assert(sizeof kHundred == 101, "a run of one hundred bytes");
+
+// Literal runs are found by the C library's scan, which differs by platform.
+TEST(BsdVsnprintf, LiteralRunsAroundConversionsAndCapacity)
+{
+   const std::string hundred(kHundred);
+   const struct {
+      Stored got;
+      int result;
+      std::string text;
+   } rows[] = {
+      {FormatInto(200, kHundred), 100, hundred},
+      {FormatInto(101, kHundred), 100, hundred},
+      {FormatInto(100, kHundred), 100, hundred.substr(0, 99)},
+      {FormatInto(50, kHundred), 100, hundred.substr(0, 49)},
+      {FormatInto(1, kHundred), 100, ""},
+      {FormatInto(200, "%d after", 7), 7, "7 after"},
+      {FormatInto(200, "before %d", 7), 8, "before 7"},
+      {FormatInto(200, "a%%b%%c"), 5, "a%b%c"},
+      {FormatInto(200, "run then percent at the end %"), 28, "run then percent at the end "},
+      {FormatInto(200, "%s and a long literal run between %d", "x", 5), 34,
+       "x and a long literal run between 5"},
+      {FormatInto(200, "positions after literal text: %2$s %1$d", 5, "five"), 36,
+       "positions after literal text: five 5"},
+      {FormatInto(10, "%s literal", "abcdefgh"), 16, "abcdefgh "},
+   };
+   for (const auto &r : rows) {
+      EXPECT_EQ(r.got.result, r.result) << r.text;
+      EXPECT_EQ(r.got.text, r.text);
+   }
+}
+
 // The public entries read the process's locale, which in a test is "C": '.' and no grouping.
 TEST(BsdVsnprintf, PublicEntriesUseTheProcessLocale)
 {

@@ -1,7 +1,9 @@
-// Integer text, floating digits and the UTF transforms, where the engines' tables don't reach.
+// Integer text, floating digits and the UTF transforms, where the engines' tables don't reach,
+// and the short cut of fixed digits (exact integer scaling) against the long way round.
 
 #include <gtest/gtest.h>
 
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -89,6 +91,53 @@ TEST(DoubleToDigits, DigitsPositionAndSign)
       EXPECT_EQ(d.digits, r.digits) << r.value << " mode " << r.mode << " count " << r.count;
       EXPECT_EQ(d.position, r.position) << r.value << " mode " << r.mode << " count " << r.count;
       EXPECT_EQ(d.sign, r.sign) << r.value << " mode " << r.mode << " count " << r.count;
+   }
+}
+
+// The same digits taken from the standard library's fixed text: the point removed, leading
+// zeros dropped and counted, trailing zeros dropped.
+Digits FixedDigitsFromText(double value, int count)
+{
+   char text[512];
+   auto r = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, count);
+   std::string s(text, r.ptr);
+   size_t point = s.find('.');
+   int integerLength = static_cast<int>(point == std::string::npos ? s.size() : point);
+   if (point != std::string::npos) {
+      s.erase(point, 1);
+   }
+   size_t first = s.find_first_not_of('0');
+   if (first == std::string::npos) {
+      return {"", 0, 0};
+   }
+   int position = integerLength - static_cast<int>(first);
+   s.erase(0, first);
+   s.erase(s.find_last_not_of('0') + 1);
+   return {s, position, 0};
+}
+
+// Ties on both sides of the even digit, values just below and above a tie in binary, the
+// 64-bit limit of the scaled value (1e19 fits, 2^64 does not), the largest fraction taken
+// exactly (27) and those beyond, left to the general conversion; both signs.
+TEST(DoubleToDigits, FixedDigitsMatchTheStandardLibrarysTextAtEveryCount)
+{
+   const double values[] = {
+      0.125, 0.375, 3.5, 1e15 + 0.5, 4503599627370497.5, 2.675, 1.005, 0.0005, 0.1, 0.3, 123456789.125, 1e19,
+      18446744073709551616.0, 3.14159265358979, 0.4375, 0.05, 0.015, 0.0049999999999999, 999.9995, 1e-5,
+      123456.789, 9.999999, 1e17, 1.8e19, 4294967295.5, 2.0 / 3.0, 1.0 / 7.0, 6.02e23, 1e-300, 65535.99999,
+      0.000123456789, 9007199254740993.0, 1e10 + 0.25, 7.0 / 1024.0, 1.0 / 3.0, 5e-324, 1e-30, 0.0,
+   };
+   for (double v : values) {
+      for (int count = 0; count <= 40; count++) {
+         Digits want = FixedDigitsFromText(v, count);
+         Digits got = ToDigits(v, 3, count);
+         EXPECT_EQ(got.digits, want.digits) << v << " to " << count;
+         if (!want.digits.empty()) {
+            EXPECT_EQ(got.position, want.position) << v << " to " << count;
+         }
+         Digits negative = ToDigits(-v, 3, count);
+         EXPECT_EQ(negative.digits, got.digits) << -v << " to " << count;
+      }
    }
 }
 
