@@ -129,12 +129,12 @@ TEST_F(RegistryScenario, MalformedNumberEndsTheServiceActionAbnormally)
 TEST_F(RegistryScenario, UserActionSucceedsWhenTheMarkerCannotBeWritten)
 {
    scenario::CreateKey(Machine, L"Software\\Corvane");
-   ASSERT_TRUE(scenario::SetDacl(Machine, L"Software\\Corvane", L"D:P(A;;KR;;;WD)"));
+   ASSERT_TRUE(scenario::SetKeySecurity(Machine, L"Software\\Corvane", L"D:P(A;;KR;;;WD)"));
 
    const auto result = Install(DeferredWithDocument(Document("")));
 
    // Reopen for whoever comes next: the owner may always rewrite the DACL.
-   ASSERT_TRUE(scenario::SetDacl(Machine, L"Software\\Corvane", L"D:P(A;;KA;;;WD)"));
+   ASSERT_TRUE(scenario::SetKeySecurity(Machine, L"Software\\Corvane", L"D:P(A;;KA;;;WD)"));
    EXPECT_EQ(result.actions.at(L"MigrateVantoraUser").code, 0u);
    EXPECT_TRUE(result.actions.at(L"MigrateVantoraUser").ran);
    EXPECT_EQ(EntriesStartingWith(result.logEntries, {"ERRO"}),

@@ -94,13 +94,16 @@ TEST_F(KeyMigrationTest, TreeWalk)
       {Rule(Source, Dest, L"skip"), {}, 1,
        {"VtrDst", "VtrDst\\Client", "VtrDst\\Client\\A", "VtrDst\\Client\\A\\A1", "VtrDst\\Client\\B"},
        {"INFO Value v1 skipped.", "INFO Value a skipped.", "INFO Value deep skipped.", "INFO Value b skipped."}},
-      // A sub-key rule renames a child, through new segments, and rules the child's subtree.
+      // A sub-key rule renames a child, through segments old and new with a trailing
+      // separator, and rules the child's subtree.
       {Rule(Source, Dest, L"Overwrite", {{L"A", L"Renamed\\Deeper\\", L"Skip", {{L"a", L"a2", L"", L"Overwrite", L"y"}}, {}}}),
-       {}, 1,
+       {{L"Client\\Renamed", DwordValue(L"r", 0)}}, 1,
        {"VtrDst", "VtrDst\\Client", "VtrDst\\Client: v1 = REG_DWORD 1", "VtrDst\\Client\\B",
-        "VtrDst\\Client\\B: b = type 3 hex:07", "VtrDst\\Client\\Renamed", "VtrDst\\Client\\Renamed\\Deeper",
-        "VtrDst\\Client\\Renamed\\Deeper: a2 = REG_SZ \"y\"", "VtrDst\\Client\\Renamed\\Deeper\\A1"},
-       {"INFO Migrated v1 to v1.", "INFO Migrated a to a2.", "INFO Value deep skipped.", "INFO Migrated b to b."}},
+        "VtrDst\\Client\\B: b = type 3 hex:07", "VtrDst\\Client\\Renamed", "VtrDst\\Client\\Renamed: r = REG_DWORD 0",
+        "VtrDst\\Client\\Renamed\\Deeper", "VtrDst\\Client\\Renamed\\Deeper: a2 = REG_SZ \"y\"",
+        "VtrDst\\Client\\Renamed\\Deeper\\A1"},
+       {"INFO The destination key Software\\VtrDst\\Client exists, ignore and continue.", "INFO Migrated v1 to v1.",
+        "INFO Migrated a to a2.", "INFO Value deep skipped.", "INFO Migrated b to b."}},
       // Only the first rule naming a direct child exactly applies to it.
       {Rule(Source, Dest, L"Overwrite",
             {{L"a", L"LowerCase", L"Skip", {}, {}}, {L"A\\A1", L"Nested", L"Skip", {}, {}},
@@ -124,11 +127,6 @@ TEST_F(KeyMigrationTest, TreeWalk)
       // A missing source creates nothing.
       {Rule(Vendor + L"\\Nope", TestRoot + L"\\X\\Y", L"Overwrite"), {}, 1, {"VtrDst"},
        {"WARN Failed to open source registry key Software\\Eldrix, Inc.\\Nope, ignore..."}},
-      // A destination of several new segments, with a trailing separator.
-      {Rule(Source + L"\\A", TestRoot + L"\\M\\N\\O\\", L"Overwrite"), {{L"M", DwordValue(L"m", 0)}}, 1,
-       {"VtrDst", "VtrDst\\M", "VtrDst\\M: m = REG_DWORD 0", "VtrDst\\M\\N", "VtrDst\\M\\N\\O",
-        "VtrDst\\M\\N\\O: a = REG_SZ \"x\"", "VtrDst\\M\\N\\O\\A1", "VtrDst\\M\\N\\O\\A1: deep = REG_DWORD 3"},
-       {"INFO Migrated a to a.", "INFO Migrated deep to deep."}},
    };
    for (const auto &r : rows) {
       scenario::DeleteTree(Machine, TestRoot);
@@ -161,7 +159,7 @@ TEST_F(KeyMigrationTest, RuleWithoutADefaultDescriptorAborts)
    UniqueHkey hive;
    ASSERT_EQ(RegOpenKeyExW(Machine, (TestRoot + L"\\Hive").c_str(), 0, KEY_ALL_ACCESS, hive.put()), 0);
    // Without SeSecurityPrivilege, a vendor key with a descriptor of its own can't be read.
-   ASSERT_TRUE(scenario::SetDacl(Machine, Vendor, L"D:P(A;;KA;;;BA)(A;;KA;;;SY)(A;;KR;;;BU)"));
+   ASSERT_TRUE(scenario::SetKeySecurity(Machine, Vendor, L"D:P(A;;KA;;;BA)(A;;KA;;;SY)(A;;KR;;;BU)"));
    const struct {
       HKEY root;
       std::wstring prefix;
@@ -230,11 +228,11 @@ TEST_F(KeyMigrationTest, SegmentThatCannotBeCreatedEndsTheKey)
 TEST_F(KeyMigrationTest, DestinationThatRefusesWritingIsLoggedAndSkipped)
 {
    scenario::CreateKey(Machine, Dest);
-   ASSERT_TRUE(scenario::SetDacl(Machine, Dest, L"D:P(A;;KR;;;WD)"));
+   ASSERT_TRUE(scenario::SetKeySecurity(Machine, Dest, L"D:P(A;;KR;;;WD)"));
    EXPECT_EQ(Migrate(Machine, Vendor, Rule(Source, Dest, L"Overwrite")),
              (Lines{"INFO The destination key Software\\VtrDst\\Client exists, ignore and continue.",
                     "ERRO Failed to open destinition registry key Software\\VtrDst\\Client, ignore..."}));
-   ASSERT_TRUE(scenario::SetDacl(Machine, Dest, L"D:P(A;;KA;;;WD)"));
+   ASSERT_TRUE(scenario::SetKeySecurity(Machine, Dest, L"D:P(A;;KA;;;WD)"));
    EXPECT_EQ(DumpTree(Machine, Dest), Lines{"Client"});
 }
 
@@ -253,7 +251,7 @@ TEST_F(KeyMigrationTest, ClassesRootTakesTheMachineClassesDescriptor)
 
 TEST_F(KeyMigrationTest, LeafIsCreatedEvenWhenItsSourceDescriptorCannotBeRead)
 {
-   ASSERT_TRUE(scenario::SetDacl(Machine, Source, L"D:P(A;;KA;;;BA)(A;;KA;;;SY)"));
+   ASSERT_TRUE(scenario::SetKeySecurity(Machine, Source, L"D:P(A;;KA;;;BA)(A;;KA;;;SY)"));
    {
       // Needs a platform that lets the vendor key (no descriptor of its own) be opened for
       // its SACL without the privilege, as Wine does; Windows refuses both keys.
@@ -271,26 +269,26 @@ TEST_F(KeyMigrationTest, LeafIsCreatedEvenWhenItsSourceDescriptorCannotBeRead)
 }
 
 // Reading a SACL needs ACCESS_SYSTEM_SECURITY, which needs SeSecurityPrivilege on a key that
-// has a descriptor of its own.
+// has a descriptor of its own; the descriptor is the key's own bytes, all four parts.
 TEST_F(KeyMigrationTest, DescriptorIsTheKeysOwnBytes)
 {
-   ASSERT_TRUE(scenario::SetDacl(Machine, Source, L"D:P(A;;KA;;;BA)(A;;KA;;;SY)(A;;KR;;;WD)"));
    EnableSecurityPrivilege(true);
+   ASSERT_TRUE(scenario::SetKeySecurity(Machine, Source, L"D:P(A;;KA;;;BA)(A;;KA;;;SY)(A;;KR;;;WD)S:(AU;SA;KA;;;WD)",
+                                        DACL_SECURITY_INFORMATION | SACL_SECURITY_INFORMATION));
    LogCapture log;
    UniqueLocalMemory descriptor(GetKeySecurityDescriptor(Machine, Source));
    ASSERT_TRUE(descriptor);
-
    UniqueHkey key;
    ASSERT_EQ(RegOpenKeyExW(Machine, Source.c_str(), 0, KEY_READ | ACCESS_SYSTEM_SECURITY, key.put()), ERROR_SUCCESS);
-   const SECURITY_INFORMATION all =
-      OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION | SACL_SECURITY_INFORMATION;
-   DWORD size = 0;
-   ASSERT_EQ(RegGetKeySecurity(key.get(), all, nullptr, &size), ERROR_INSUFFICIENT_BUFFER);
-   std::vector<BYTE> expected(size);
-   ASSERT_EQ(RegGetKeySecurity(key.get(), all, expected.data(), &size), ERROR_SUCCESS);
-   ASSERT_EQ(GetSecurityDescriptorLength(descriptor.get()), size);
-   EXPECT_EQ(std::vector<BYTE>(static_cast<BYTE *>(descriptor.get()), static_cast<BYTE *>(descriptor.get()) + size),
-             expected);
+   std::vector<BYTE> expected(4096);
+   DWORD size = static_cast<DWORD>(expected.size());
+   ASSERT_EQ(RegGetKeySecurity(key.get(), OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION |
+                                             DACL_SECURITY_INFORMATION | SACL_SECURITY_INFORMATION,
+                               expected.data(), &size),
+             ERROR_SUCCESS);
+   const BYTE *bytes = static_cast<const BYTE *>(descriptor.get());
+   EXPECT_EQ(std::vector<BYTE>(bytes, bytes + GetSecurityDescriptorLength(descriptor.get())),
+             std::vector<BYTE>(expected.begin(), expected.begin() + size));
    EXPECT_TRUE(log.Entries().empty());
 }
 

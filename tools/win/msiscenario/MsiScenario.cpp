@@ -518,16 +518,19 @@ void DeleteTree(HKEY root, const std::wstring &path)
    RegDeleteKeyW(root, path.c_str());
 }
 
-bool SetDacl(HKEY root, const std::wstring &path, const wchar_t *sddl)
+bool SetKeySecurity(HKEY root, const std::wstring &path, const wchar_t *sddl, SECURITY_INFORMATION what)
 {
    PSECURITY_DESCRIPTOR descriptor = nullptr;
    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1, &descriptor, nullptr)) {
       return false;
    }
    UniqueLocalMemory owned(descriptor);
+   const REGSAM access = ((what & DACL_SECURITY_INFORMATION) ? WRITE_DAC : 0) |
+                         ((what & SACL_SECURITY_INFORMATION) ? ACCESS_SYSTEM_SECURITY : 0) |
+                         ((what & (OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION)) ? WRITE_OWNER : 0);
    UniqueHkey key;
-   return RegOpenKeyExW(root, path.c_str(), 0, WRITE_DAC, key.put()) == ERROR_SUCCESS &&
-          RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor) == ERROR_SUCCESS;
+   return RegOpenKeyExW(root, path.c_str(), 0, access, key.put()) == ERROR_SUCCESS &&
+          RegSetKeySecurity(key.get(), what, descriptor) == ERROR_SUCCESS;
 }
 
 std::vector<std::string> DumpTree(HKEY root, const std::wstring &path)

@@ -84,8 +84,10 @@ bool CreateKey(HKEY root, const std::wstring &path);
 bool KeyExists(HKEY root, const std::wstring &path);
 std::optional<RegValue> ReadValue(HKEY root, const std::wstring &path, const std::wstring &name);
 void DeleteTree(HKEY root, const std::wstring &path);
-// Replaces the key's DACL with the one the SDDL text gives.
-bool SetDacl(HKEY root, const std::wstring &path, const wchar_t *sddl);
+// Replaces the parts `what` of the key's descriptor with those the SDDL text gives; the SACL
+// needs SeSecurityPrivilege.
+bool SetKeySecurity(HKEY root, const std::wstring &path, const wchar_t *sddl,
+                    SECURITY_INFORMATION what = DACL_SECURITY_INFORMATION);
 
 // One line per key and value below `path`, depth first in enumeration order:
 //   "Client\Sub" for a key, "Client\Sub: Name = REG_SZ \"text\"" for a value.
