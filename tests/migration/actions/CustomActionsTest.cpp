@@ -66,7 +66,7 @@ TEST_F(MarkerTest, OnlyTheNumberOneCounts)
       {"the type is not looked at", {MigrationDoneValueName, REG_BINARY, {1, 0, 0, 0}}, true},
       {"one byte over a zeroed variable", {MigrationDoneValueName, REG_BINARY, {1}}, true},
       {"a qword is too long for the variable", {MigrationDoneValueName, REG_QWORD, {1, 0, 0, 0, 0, 0, 0, 0}}, false},
-      {"text \"1\" reads as 0x31", scenario::StringValue(MigrationDoneValueName, L"1"), false},
+      {"text \"1\" reads as 0x31", scenario::TextValue(MigrationDoneValueName, L"1"), false},
    };
    for (const auto &r : rows) {
       ASSERT_TRUE(scenario::WriteValue(HKEY_LOCAL_MACHINE, NewVendorKeyPath, r.marker));

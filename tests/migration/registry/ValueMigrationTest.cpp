@@ -15,7 +15,7 @@ using Lines = std::vector<std::string>;
 using Values = std::vector<scenario::RegValue>;
 using scenario::BinaryValue;
 using scenario::DwordValue;
-using scenario::StringValue;
+using scenario::TextValue;
 
 const std::wstring TestRoot = L"Software\\VtrTestValues";
 const std::wstring SourcePath = TestRoot + L"\\Src";
@@ -60,7 +60,7 @@ Outcome Migrate(const Values &source, const Values &before, const std::vector<Re
    return out;
 }
 
-const scenario::RegValue New = StringValue(L"v", L"new");
+const scenario::RegValue New = TextValue(L"v", L"new");
 const scenario::RegValue Seven = DwordValue(L"v", 7);
 const std::string A255 = "a" + std::string(254, 'x');
 
@@ -119,8 +119,8 @@ TEST(MigrateKeyValues, RulesAndActionWords)
        {{L"Name", L"Upper", L"", L"Overwrite", L""}, {L"name", L"First", L"", L"Overwrite", L""},
         {L"name", L"Second", L"", L"Overwrite", L""}, {L"[$M]", L"Macro", L"", L"Overwrite", L""}},
        L"Skip", {"First = REG_DWORD 1"}, {"INFO Migrated name to First."}},
-      {{StringValue(L"", L"default")}, {}, {}, L"Overwrite", {"(default) = REG_SZ \"default\""}, {"INFO Migrated  to ."}},
-      {{StringValue(L"", L"default")}, {}, {{L"", L"Named", L"", L"Overwrite", L"x"}}, L"Skip",
+      {{TextValue(L"", L"default")}, {}, {}, L"Overwrite", {"(default) = REG_SZ \"default\""}, {"INFO Migrated  to ."}},
+      {{TextValue(L"", L"default")}, {}, {{L"", L"Named", L"", L"Overwrite", L"x"}}, L"Skip",
        {"Named = REG_SZ \"x\""}, {"INFO Migrated  to Named."}},
       {{}, {}, {{L"a", L"b", L"", L"Overwrite", L"1"}}, L"Overwrite", {}, {}},
       // A value whose data or name doesn't fit the walk's buffers (1024 bytes, 256 characters

@@ -459,10 +459,10 @@ bool WriteValue(HKEY root, const std::wstring &path, const RegValue &value)
                          static_cast<DWORD>(value.data.size())) == ERROR_SUCCESS;
 }
 
-RegValue StringValue(const std::wstring &name, const std::wstring &text)
+RegValue TextValue(const std::wstring &name, const std::wstring &text, DWORD type)
 {
    const BYTE *bytes = reinterpret_cast<const BYTE *>(text.c_str());
-   return {name, REG_SZ, std::vector<BYTE>(bytes, bytes + (text.size() + 1) * sizeof(wchar_t))};
+   return {name, type, std::vector<BYTE>(bytes, bytes + (text.size() + 1) * sizeof(wchar_t))};
 }
 
 RegValue DwordValue(const std::wstring &name, DWORD number)
@@ -479,7 +479,7 @@ RegValue BinaryValue(const std::wstring &name, size_t size, BYTE fill)
 
 bool WriteString(HKEY root, const std::wstring &path, const std::wstring &name, const std::wstring &text)
 {
-   return WriteValue(root, path, StringValue(name, text));
+   return WriteValue(root, path, TextValue(name, text));
 }
 
 bool WriteDword(HKEY root, const std::wstring &path, const std::wstring &name, DWORD number)

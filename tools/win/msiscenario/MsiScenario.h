@@ -71,8 +71,9 @@ struct RegValue {
    std::vector<BYTE> data;
 };
 
-// A REG_SZ with its terminator, a REG_DWORD, or `size` bytes of `fill`, as the API stores them.
-RegValue StringValue(const std::wstring &name, const std::wstring &text);
+// A REG_SZ (or other string type) with its terminator, a REG_DWORD, or `size` bytes of
+// `fill`, as the platform stores them.
+RegValue TextValue(const std::wstring &name, const std::wstring &text, DWORD type = REG_SZ);
 RegValue DwordValue(const std::wstring &name, DWORD number);
 RegValue BinaryValue(const std::wstring &name, size_t size, BYTE fill);
 
