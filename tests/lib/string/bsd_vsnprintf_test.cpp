@@ -73,7 +73,10 @@ TEST(BsdVsnprintf, CharactersAndStrings)
       {Format("%S|%.3S", kNullWide, kNullWide), "(null)|(nu"},
       {Format("%.3S|%.4S|%S", U16("\u00e9\u00e9\u00e9"), U16("\u00e9\u00e9\u00e9"), U16("\u00e9\u00e9\u00e9")),
        "\xC3\xA9|\xC3\xA9\xC3\xA9|\xC3\xA9\xC3\xA9\xC3\xA9"},
-      {Format("%.5S|%.0S|", U16("\u20ac\u20ac\u20ac"), U16("abc")), "\xE2\x82\xAC||"},
+      // Three-byte characters need more room than twice the units: the conversion grows.
+      {Format("%.5S|%.0S|%S", U16("\u20ac\u20ac\u20ac"), U16("abc"), U16("\u20ac\u20ac\u20ac")),
+       "\xE2\x82\xAC||\xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC"},
+      {Format("%.3S|%.4S|", U16("\U0001F600"), U16("\U0001F600")), "|\xF0\x9F\x98\x80|"},
       // A pair becomes one character, a lone low surrogate its own three bytes, a lone high
       // one at the end nothing.
       {Format("%S|%S|%S", U16("\U0001F600"), U16("a\xDE00" "b"), U16("a\xD83D")),

@@ -23,7 +23,7 @@ TEST(BsdVsnwprintf, StringsAndCharacters)
       {Format(U16("%s|%5s|%-3s|"), "a\xC3\xA9", "\xC3\xA9", "x"), u"a\u00e9|    \u00e9|x  |"},
       // A narrow precision counts bytes, and illegal UTF-8 ends the text.
       {Format(U16("%.2s|%.3s|%s|"), "a\xC3\xA9", "a\xC3\xA9", "ab\xC0\x80" "cd"), u"a|a\u00e9|ab|"},
-      {Format(U16("%s"), "\xF0\x9F\x98\x80"), u"\U0001F600"},
+      {Format(U16("%s|%.4s|%.0s|"), "\xF0\x9F\x98\x80", "\xF0\x9F\x98\x80z", "ab"), u"\U0001F600|\U0001F600||"},
       {Format(U16("%s|%.2s|%S|%.3S"), kNullText, kNullText, kNullWide, kNullWide), u"(null)|(n|(null)|(nu"},
       // A wide precision counts units, pairs or not.
       {Format(U16("%S|%ls|%.2S|%.1S|"), U16("abc"), U16("de"), U16("xyz"), U16("\U0001F600")), u"abc|de|xy|\xD83D|"},

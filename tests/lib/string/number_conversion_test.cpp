@@ -1,4 +1,5 @@
-// Integer text, floating digits and the UTF transforms, where the engines' tables don't reach,
+// Integer text, floating digits and the UTF transforms, where the engines' tables don't reach
+// (the allocating conversions are the engines' %S and wide %s),
 // and the short cut of fixed digits (exact integer scaling) against the long way round.
 
 #include <gtest/gtest.h>
@@ -263,54 +264,6 @@ TEST(IsLegalUtf8, Boundaries)
    };
    for (const auto &r : rows) {
       EXPECT_EQ(IsLegalUtf8(r.bytes, r.length), r.legal) << r.length << " bytes";
-   }
-}
-
-std::string WideToUtf8(const utf16_t *text, ptrdiff_t limit)
-{
-   char *s = WideToUtf8String(text, limit);
-   std::string r = s != nullptr ? s : "<null>";
-   free(s);
-   return r;
-}
-
-std::u16string Utf8ToWide(const char *text, ptrdiff_t limit)
-{
-   utf16_t *s = Utf8ToWideString(text, limit);
-   std::u16string r = s != nullptr ? AsU16(s) : u"<null>";
-   free(s);
-   return r;
-}
-
-TEST(WideToUtf8String, LimitsAndGrowth)
-{
-   const struct {
-      std::string got;
-      std::string want;
-   } rows[] = {
-      {WideToUtf8(U16(""), -1), ""},
-      {WideToUtf8(U16("\u00e9\u00e9\u00e9"), 100), "\xC3\xA9\xC3\xA9\xC3\xA9"},
-      {WideToUtf8(U16("\u20ac\u20ac\u20ac"), -1), "\xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC"},
-      {WideToUtf8(U16("\u20ac\u20ac\u20ac"), 6), "\xE2\x82\xAC\xE2\x82\xAC"},
-      {WideToUtf8(U16("\U0001F600"), 3), ""},
-   };
-   for (const auto &r : rows) {
-      EXPECT_EQ(r.got, r.want);
-   }
-}
-
-TEST(Utf8ToWideString, LimitsAndIllegalInput)
-{
-   const struct {
-      std::u16string got;
-      std::u16string want;
-   } rows[] = {
-      {Utf8ToWide("a\xC3\xA9", 0), u""},
-      {Utf8ToWide("", -1), u""},
-      {Utf8ToWide("\xF0\x9F\x98\x80" "z", 4), u"\U0001F600"},
-   };
-   for (const auto &r : rows) {
-      EXPECT_EQ(r.got, r.want);
    }
 }
 
