@@ -6,7 +6,8 @@ writes the mutated text into the source file, rebuilds only the targets of the t
 mutant names, runs those tests, and puts the original file back, always (also after a
 failed build, a test that hangs, Ctrl-C or a kill: a copy of the original waits under
 build/mutants/ and is put back by the next run). Prints one line per mutant, killed or
-survived, and a summary; the same lines go to build/mutants/last-run.txt.
+survived, and a summary; the same lines go to build/mutants/last-run.txt. results.txt beside
+this script holds the last full run, to compare a new one with.
 
   tools/mutants/run.py                  every mutant
   tools/mutants/run.py log- str-        those whose id starts with one of the words
