@@ -15,7 +15,7 @@ std::vector<std::string> ValueLines(const std::wstring &path)
 std::vector<HANDLE> OpenHandles()
 {
    std::vector<HANDLE> handles;
-   for (uintptr_t value = 4; value < 0x4000; value += 4) {
+   for (uintptr_t value = 4; value < 0x800; value += 4) {
       DWORD flags;
       if (GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags)) {
          handles.push_back(reinterpret_cast<HANDLE>(value));

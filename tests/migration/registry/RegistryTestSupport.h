@@ -12,5 +12,5 @@
 std::vector<std::string> ValueLines(const std::wstring &path);
 
 // The handles this process holds, for telling that a call closed all it opened. The platform
-// hands out small values and reuses them, so the first few thousand hold them all.
+// hands out the smallest free value, so a test process's few dozen lie in the first 511.
 std::vector<HANDLE> OpenHandles();
