@@ -40,7 +40,11 @@ uint32_t HashTableComputeHash(const HashTable *table, const void *key)
    default:
       Panic("NOT_REACHED %s:%d\n", "lib/misc/hashTable", 146);
    }
-   // Folding keeps every bit of the hash in play, however few buckets there are.
+   // Folding keeps every bit of the hash in play, however few buckets there are. A single
+   // bucket has nothing to fold into (the fold would never shrink the value).
+   if (table->numBits == 0) {
+      return 0;
+   }
    uint32_t mask = table->numBits >= 32 ? 0xFFFFFFFF : (1u << table->numBits) - 1;
    while (h > mask) {
       h = (h >> (table->numBits & 31)) ^ (h & mask);
@@ -121,7 +125,9 @@ HashTableEntry *HashTableLookupOrInsert(HashTable *table, const void *key, void 
          break;
       }
    }
-   table->numElements++;  // may under-count between threads; nothing depends on it
+   // Not an atomic increment: it may under-count between threads, and nothing depends on it.
+   table->numElements.store(table->numElements.load(std::memory_order_relaxed) + 1,
+                            std::memory_order_relaxed);
    return nullptr;
 }
 
@@ -199,7 +205,7 @@ bool HashTable_ReplaceIfEqual(HashTable *table, const void *key, void *oldValue,
 
 void HashTable_Clear(HashTable *table)
 {
-   table->numElements = 0;
+   table->numElements.store(0, std::memory_order_relaxed);
    for (uint32_t i = 0; i < table->numEntries; i++) {
       while (HashTableEntry *entry = table->buckets[i].load(std::memory_order_relaxed)) {
          table->buckets[i].store(entry->next.load(std::memory_order_relaxed),

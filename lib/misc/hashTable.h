@@ -30,7 +30,7 @@ struct HashTable {
    bool copyKey;
    HashTableFreeEntryFn freeEntryFn;
    std::atomic<HashTableEntry *> *buckets;
-   uint32_t numElements;
+   std::atomic<uint32_t> numElements;  // only ever a hint, see HashTableLookupOrInsert
 };
 
 HashTable *HashTable_AllocOnce(std::atomic<HashTable *> *slot, uint32_t numEntries, int flags,

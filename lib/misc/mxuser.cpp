@@ -271,21 +271,27 @@ void MXUserAcquire(Lock *lock)
 {
    uint32_t self = Platform_ThreadId();
    // Only this thread can have stored its own id, so the test needs no lock.
-   if (lock->lockCount > 0 && lock->owner == self) {
-      lock->lockCount++;
+   constexpr auto relaxed = std::memory_order_relaxed;
+   if (lock->lockCount.load(relaxed) > 0 && lock->owner.load(relaxed) == self) {
+      lock->lockCount.store(lock->lockCount.load(relaxed) + 1, relaxed);
       return;
    }
    Platform_MutexLock(&lock->nativeLock);
-   if (++lock->lockCount == 1) {
-      lock->owner = self;
+   int32_t count = lock->lockCount.load(relaxed) + 1;
+   lock->lockCount.store(count, relaxed);
+   if (count == 1) {
+      lock->owner.store(self, relaxed);
    }
 }
 
 template <typename Lock>
 void MXUserRelease(Lock *lock)
 {
-   if (lock->lockCount-- == 1) {
-      lock->owner = kFree;
+   constexpr auto relaxed = std::memory_order_relaxed;
+   int32_t count = lock->lockCount.load(relaxed);
+   lock->lockCount.store(count - 1, relaxed);
+   if (count == 1) {
+      lock->owner.store(kFree, relaxed);
       Platform_MutexUnlock(&lock->nativeLock);
    }
 }
@@ -418,7 +424,7 @@ void MXUserDumpRecLock(MXUserHeader *header)
    if (lock->externalLock != nullptr) {
       MXUserDumpLine("\texternalLock %p\n", lock->externalLock);
    } else {
-      MXUserDumpLine("\tlock count %d\n", lock->lockCount);
+      MXUserDumpLine("\tlock count %d\n", lock->lockCount.load());
       MXUserDumpLine("\taddress of owner data %p\n", static_cast<void *>(&lock->owner));
    }
 }
@@ -431,7 +437,7 @@ void MXUserDumpExclLock(MXUserHeader *header)
    MXUserDumpLine("\tname %s\n", header->name);
    MXUserDumpLine("\trank 0x%X\n", header->rank);
    MXUserDumpLine("\tserial number %I64u\n", header->serialNumber);
-   MXUserDumpLine("\tlock count %d\n", lock->lockCount);
+   MXUserDumpLine("\tlock count %d\n", lock->lockCount.load());
    MXUserDumpLine("\taddress of owner data %p\n", static_cast<void *>(&lock->owner));
 }
 

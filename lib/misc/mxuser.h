@@ -21,8 +21,10 @@ struct MXUserHeader {
 struct MXUserExclLock {
    MXUserHeader header;
    PlatformMutex nativeLock;
-   int32_t lockCount;
-   uint32_t owner;  // thread id of the holder, all ones when free
+   // Written only by the holder; read without the lock by a thread that checks whether it
+   // holds the lock itself, which only it can have recorded.
+   std::atomic<int32_t> lockCount;
+   std::atomic<uint32_t> owner;  // thread id of the holder, all ones when free
    void *acquisitionStats;
    void *heldStats;
 };
@@ -30,8 +32,8 @@ struct MXUserExclLock {
 struct MXUserRecLock {
    MXUserHeader header;
    PlatformMutex nativeLock;
-   int32_t lockCount;
-   uint32_t owner;
+   std::atomic<int32_t> lockCount;
+   std::atomic<uint32_t> owner;
    void *acquisitionStats;
    void *heldStats;
    std::atomic<uint32_t> refCount;

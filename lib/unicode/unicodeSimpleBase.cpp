@@ -48,7 +48,7 @@ char *UnicodeToUtf8(const void *buffer, size_t length, StringEncoding encoding,
 
 struct EnvValue {
    char *value;
-   char *before;  // the value it replaced, kept for callers who still hold it
+   EnvValue *before;  // the record it replaced, kept for callers who still hold its text
 };
 std::atomic<HashTable *> envCache{nullptr};
 
@@ -174,11 +174,14 @@ const char *GetEnvCached(const char *name)
          return current->value;
       }
       auto *fresh = static_cast<EnvValue *>(SafeMalloc(sizeof(EnvValue)));
-      *fresh = {value, current->value};
+      *fresh = {value, current};
       if (HashTable_ReplaceIfEqual(cache, name, current, fresh)) {
-         // The record itself stays allocated: a reader on another thread may still be
-         // looking at it. Only the text from two changes ago goes.
-         free(current->before);
+         // Only what is two changes old goes.
+         if (EnvValue *old = current->before) {
+            current->before = nullptr;
+            free(old->value);
+            free(old);
+         }
          return value;
       }
       free(fresh);

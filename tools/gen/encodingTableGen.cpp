@@ -113,7 +113,9 @@ int main(int argc, char **argv)
       bool first = converter != nullptr && converters.insert(converter).second;
       std::vector<std::string> names;
       error = U_ZERO_ERROR;
-      AddName(names, first ? ucnv_getStandardName(row.name.c_str(), "IANA", &error) : nullptr);
+      const char *iana = first ? ucnv_getStandardName(row.name.c_str(), "IANA", &error) : nullptr;
+      // A name that differs from the IANA one only in case keeps the row's spelling.
+      AddName(names, iana != nullptr && strcasecmp(iana, row.name.c_str()) != 0 ? iana : nullptr);
       AddName(names, row.name.c_str());
       int codePage = row.codePage != -1 ? row.codePage : CodePageOf(row.name);
       if (first) {
