@@ -66,6 +66,8 @@ TEST(CodeSetBuiltIn, ConvertsAndRefuses)
       // Encoded surrogates and values past U+10FFFF decode as one character on this path.
       {Convert("UTF-8", "\xED\xA0\x80.", "US-ASCII", CSGTG_TRANSLIT), Ok("\x1A.")},
       {Convert("UTF-8", "\xF4\x90\x80\x80", "US-ASCII", CSGTG_IGNORE), Ok("")},
+      // A soft hyphen is a character like any other here (ICU would drop it unasked).
+      {Convert("UTF-8", "a\xC2\xAD", "US-ASCII", CSGTG_NORMAL), kFailed},
       {Convert("US-ASCII", "a\x80", "UTF-8", CSGTG_TRANSLIT), Ok("a\xEF\xBF\xBD")},
       {Convert("US-ASCII", "a\x80", "UTF-8", CSGTG_IGNORE), Ok("a")},
       {Convert("US-ASCII", "a\x80", "UTF-8", CSGTG_NORMAL), kFailed},
