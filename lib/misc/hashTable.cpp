@@ -74,6 +74,13 @@ bool HashTableEqualKeys(const HashTable *table, const void *a, const void *b)
 HashTableEntry *HashTableFindInChain(const HashTable *table, HashTableEntry *entry,
                                      const void *key)
 {
+   if (table->keyType == HASH_INT_KEY) {
+      // The common kind, compared without the per-entry dispatch.
+      while (entry != nullptr && entry->keyStr != key) {
+         entry = entry->next.load(std::memory_order_acquire);
+      }
+      return entry;
+   }
    for (; entry != nullptr; entry = entry->next.load(std::memory_order_acquire)) {
       if (HashTableEqualKeys(table, entry->keyStr, key)) {
          return entry;
