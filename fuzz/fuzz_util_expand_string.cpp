@@ -38,7 +38,7 @@ bool Model(const std::string &name, std::string *out)
       }
       std::string chunk = name.substr(i, end - i);
       std::string variable = chunk.substr(1, 99);
-      const char *value = chunk.size() > 1 && chunk[0] == '$' ? getenv(variable.c_str()) : nullptr;
+      const char *value = getenv(variable.c_str());
       if (chunk.size() <= 1 || chunk[0] != '$') {
          *out += chunk;
       } else if (value != nullptr) {

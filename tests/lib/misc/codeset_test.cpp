@@ -30,24 +30,17 @@ Result Convert(const char *from, const std::string &text, const char *to, unsign
    return r;
 }
 
-std::string Le(const std::u16string &units)
+std::string Bytes(const std::u16string &units, bool bigEndian)
 {
    std::string bytes;
    for (char16_t u : units) {
-      bytes += static_cast<char>(u & 0xFF);
-      bytes += static_cast<char>(u >> 8);
+      bytes += static_cast<char>(bigEndian ? u >> 8 : u & 0xFF);
+      bytes += static_cast<char>(bigEndian ? u & 0xFF : u >> 8);
    }
    return bytes;
 }
-
-std::string Be(const std::u16string &units)
-{
-   std::string le = Le(units);
-   for (size_t i = 0; i + 1 < le.size(); i += 2) {
-      std::swap(le[i], le[i + 1]);
-   }
-   return le;
-}
+std::string Le(const std::u16string &units) { return Bytes(units, false); }
+std::string Be(const std::u16string &units) { return Bytes(units, true); }
 
 const Result kFailed{false, "<"};
 Result Ok(const std::string &bytes) { return {true, "<" + bytes}; }
