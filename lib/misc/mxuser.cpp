@@ -296,6 +296,33 @@ void MXUserRelease(Lock *lock)
    }
 }
 
+// A held lock can't go: that is a caller's broken invariant, reported with the lock's dump.
+template <typename Lock>
+void MXUserDestroyNative(Lock *lock, const char *message, const char *function)
+{
+   if (lock->lockCount > 0) {
+      MXUserDumpAndPanic(&lock->header, message, function);
+   }
+   Platform_MutexDestroy(&lock->nativeLock);
+   MXUserRemoveFromList(&lock->header);
+}
+
+// The lines every dump has, after its first.
+void MXUserDumpHeader(const MXUserHeader *header)
+{
+   MXUserDumpLine("\tsignature 0x%X\n", header->signature);
+   MXUserDumpLine("\tname %s\n", header->name);
+   MXUserDumpLine("\trank 0x%X\n", header->rank);
+   MXUserDumpLine("\tserial number %I64u\n", header->serialNumber);
+}
+
+template <typename Lock>
+void MXUserDumpHolder(const Lock *lock)
+{
+   MXUserDumpLine("\tlock count %d\n", lock->lockCount.load());
+   MXUserDumpLine("\taddress of owner data %p\n", static_cast<const void *>(&lock->owner));
+}
+
 template <typename Lock>
 void MXUserFree(Lock *lock)
 {
@@ -323,34 +350,38 @@ MXUserExclLock *MXUser_CreateExclLock(const char *name, uint32_t rank)
                                        MXUserDumpExclLock, __builtin_return_address(0));
 }
 
-MXUserRecLock *MXUser_CreateSingletonRecLock(std::atomic<MXUserRecLock *> *slot,
-                                             const char *name, uint32_t rank)
+namespace {
+
+// Any thread may get here first, with no lock held: the loser of the swap destroys its own
+// lock, which also takes it out of the list again.
+template <typename Lock>
+Lock *MXUserSingleton(std::atomic<Lock *> *slot, const char *name, uint32_t rank,
+                      Lock *(*create)(const char *, uint32_t), void (*destroy)(Lock *))
 {
-   MXUserRecLock *lock = slot->load();
+   Lock *lock = slot->load();
    if (lock != nullptr) {
       return lock;
    }
-   MXUserRecLock *fresh = MXUser_CreateRecLock(name, rank);
+   Lock *fresh = create(name, rank);
    if (!slot->compare_exchange_strong(lock, fresh)) {
-      MXUserCondDestroyRecLock(fresh);
+      destroy(fresh);
       return lock;
    }
    return fresh;
 }
 
+} // namespace
+
+MXUserRecLock *MXUser_CreateSingletonRecLock(std::atomic<MXUserRecLock *> *slot,
+                                             const char *name, uint32_t rank)
+{
+   return MXUserSingleton(slot, name, rank, MXUser_CreateRecLock, MXUserCondDestroyRecLock);
+}
+
 MXUserExclLock *MXUser_CreateSingletonExclLock(std::atomic<MXUserExclLock *> *slot,
                                                const char *name, uint32_t rank)
 {
-   MXUserExclLock *lock = slot->load();
-   if (lock != nullptr) {
-      return lock;
-   }
-   MXUserExclLock *fresh = MXUser_CreateExclLock(name, rank);
-   if (!slot->compare_exchange_strong(lock, fresh)) {
-      MXUser_DestroyExclLock(fresh);
-      return lock;
-   }
-   return fresh;
+   return MXUserSingleton(slot, name, rank, MXUser_CreateExclLock, MXUser_DestroyExclLock);
 }
 
 MXUserRecLock *MXUser_GetStorageRecLock(MXUserRecLockStorage *storage)
@@ -391,24 +422,16 @@ void MXUserCondDestroyRecLock(MXUserRecLock *lock)
       return;
    }
    if (lock->externalLock == nullptr) {
-      if (lock->lockCount > 0) {
-         MXUserDumpAndPanic(&lock->header, "%s: Destroy of an acquired recursive lock\n",
-                            "MXUserCondDestroyRecLock");
-      }
-      Platform_MutexDestroy(&lock->nativeLock);
-      MXUserRemoveFromList(&lock->header);
+      MXUserDestroyNative(lock, "%s: Destroy of an acquired recursive lock\n",
+                          "MXUserCondDestroyRecLock");
    }
    MXUserFree(lock);
 }
 
 void MXUser_DestroyExclLock(MXUserExclLock *lock)
 {
-   if (lock->lockCount > 0) {
-      MXUserDumpAndPanic(&lock->header, "%s: Destroy of an acquired exclusive lock\n",
-                         "MXUser_DestroyExclLock");
-   }
-   Platform_MutexDestroy(&lock->nativeLock);
-   MXUserRemoveFromList(&lock->header);
+   MXUserDestroyNative(lock, "%s: Destroy of an acquired exclusive lock\n",
+                       "MXUser_DestroyExclLock");
    MXUserFree(lock);
 }
 
@@ -416,16 +439,12 @@ void MXUserDumpRecLock(MXUserHeader *header)
 {
    auto *lock = reinterpret_cast<MXUserRecLock *>(header);
    MXUserDumpLine("%s: Recursive lock @ %p\n", "MXUserDumpRecLock", lock);
-   MXUserDumpLine("\tsignature 0x%X\n", header->signature);
-   MXUserDumpLine("\tname %s\n", header->name);
-   MXUserDumpLine("\trank 0x%X\n", header->rank);
-   MXUserDumpLine("\tserial number %I64u\n", header->serialNumber);
+   MXUserDumpHeader(header);
    MXUserDumpLine("\treference count %u\n", lock->refCount.load());
    if (lock->externalLock != nullptr) {
       MXUserDumpLine("\texternalLock %p\n", lock->externalLock);
    } else {
-      MXUserDumpLine("\tlock count %d\n", lock->lockCount.load());
-      MXUserDumpLine("\taddress of owner data %p\n", static_cast<void *>(&lock->owner));
+      MXUserDumpHolder(lock);
    }
 }
 
@@ -433,12 +452,8 @@ void MXUserDumpExclLock(MXUserHeader *header)
 {
    auto *lock = reinterpret_cast<MXUserExclLock *>(header);
    MXUserDumpLine("%s: Exclusive lock @ %p\n", "MXUserDumpExclLock", lock);
-   MXUserDumpLine("\tsignature 0x%X\n", header->signature);
-   MXUserDumpLine("\tname %s\n", header->name);
-   MXUserDumpLine("\trank 0x%X\n", header->rank);
-   MXUserDumpLine("\tserial number %I64u\n", header->serialNumber);
-   MXUserDumpLine("\tlock count %d\n", lock->lockCount.load());
-   MXUserDumpLine("\taddress of owner data %p\n", static_cast<void *>(&lock->owner));
+   MXUserDumpHeader(header);
+   MXUserDumpHolder(lock);
 }
 
 void MXUserNotifyPanic()

@@ -31,6 +31,14 @@ size_t UnicodeLengthWithTerminator(const void *buffer, StringEncoding encoding)
    return length;
 }
 
+// Resolves the encoding and gives the length in bytes (-1: up to its terminator).
+size_t UnicodeResolveLength(const void *buffer, ptrdiff_t length, StringEncoding *encoding)
+{
+   *encoding = Unicode_ResolveEncoding(*encoding);
+   return length == -1 ? UnicodeLengthWithTerminator(buffer, *encoding)
+                       : static_cast<size_t>(length);
+}
+
 char *UnicodeToUtf8(const void *buffer, size_t length, StringEncoding encoding,
                     unsigned policy)
 {
@@ -110,9 +118,7 @@ char *Unicode_AllocWithLength(const void *buffer, ptrdiff_t length, StringEncodi
    if (buffer == nullptr) {
       return nullptr;
    }
-   encoding = Unicode_ResolveEncoding(encoding);
-   size_t size = length == -1 ? UnicodeLengthWithTerminator(buffer, encoding)
-                              : static_cast<size_t>(length);
+   size_t size = UnicodeResolveLength(buffer, length, &encoding);
    char *text = UnicodeToUtf8(buffer, size, encoding, CSGTG_TRANSLIT);
    if (text == nullptr) {
       char *escaped = UnicodeEscapeBytes(buffer, size);
@@ -129,9 +135,7 @@ char *UnicodeAllocStrict(const void *buffer, ptrdiff_t length, StringEncoding en
    if (buffer == nullptr) {
       return nullptr;
    }
-   encoding = Unicode_ResolveEncoding(encoding);
-   size_t size = length == -1 ? UnicodeLengthWithTerminator(buffer, encoding)
-                              : static_cast<size_t>(length);
+   size_t size = UnicodeResolveLength(buffer, length, &encoding);
    auto *bytes = static_cast<const char *>(buffer);
    if (encoding == STRING_ENCODING_UTF8 || encoding == STRING_ENCODING_US_ASCII) {
       if (!CodeSet_Validate(bytes, size, Unicode_EncodingEnumToName(encoding))) {
