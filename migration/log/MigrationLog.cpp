@@ -138,6 +138,15 @@ std::string WideToUtf8Text(const wchar_t *text, int length)
    return result;
 }
 
+} // namespace
+
+std::string NarrowLogText(const std::wstring &text)
+{
+   return WideToUtf8Text(text.c_str(), static_cast<int>(text.size()));
+}
+
+namespace {
+
 template <typename T>
 void AppendOne(std::string &out, const std::string &directive, int width, int precision, int stars, T value)
 {
