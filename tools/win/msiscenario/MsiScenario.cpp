@@ -2,6 +2,7 @@
 
 #include <msi.h>
 #include <msiquery.h>
+#include <sddl.h>
 
 #include <cstdio>
 
@@ -505,6 +506,117 @@ std::vector<std::string> DumpTree(HKEY root, const std::wstring &path)
    const size_t cut = path.rfind(L'\\');
    DumpKey(root, path, cut == std::wstring::npos ? path : path.substr(cut + 1), lines);
    return lines;
+}
+
+bool PathExists(const std::wstring &path)
+{
+   return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+// Creates the folders in front of the last backslash of an absolute path.
+void CreateParentFolders(const std::wstring &path)
+{
+   for (size_t found = path.find(L'\\', 3); found != std::wstring::npos; found = path.find(L'\\', found + 1)) {
+      CreateDirectoryW(path.substr(0, found).c_str(), nullptr);
+   }
+}
+
+bool WriteFileAt(const std::wstring &path, const std::string &bytes)
+{
+   CreateParentFolders(path);
+   return WriteFileBytes(path, bytes);
+}
+
+void RemoveTree(const std::wstring &directory)
+{
+   WIN32_FIND_DATAW data;
+   HANDLE find = FindFirstFileW((directory + L"\\*").c_str(), &data);
+   if (find != INVALID_HANDLE_VALUE) {
+      do {
+         const std::wstring name = data.cFileName;
+         if (name == L"." || name == L"..") {
+            continue;
+         }
+         const std::wstring path = directory + L"\\" + name;
+         if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+            RemoveTree(path);
+         } else {
+            SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+            DeleteFileW(path.c_str());
+         }
+      } while (FindNextFileW(find, &data));
+      FindClose(find);
+   }
+   RemoveDirectoryW(directory.c_str());
+}
+
+std::wstring CurrentUserSid()
+{
+   UniqueHandle token;
+   BYTE buffer[256];
+   DWORD size = 0;
+   wchar_t *text = nullptr;
+   if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put()) ||
+       !GetTokenInformation(token.get(), TokenUser, buffer, sizeof(buffer), &size) ||
+       !ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER *>(buffer)->User.Sid, &text)) {
+      return std::wstring();
+   }
+   UniqueLocalMemory owned(text);
+   return text;
+}
+
+std::vector<std::wstring> SubKeyNames(HKEY root, const std::wstring &path)
+{
+   std::vector<std::wstring> names;
+   UniqueHkey key;
+   if (RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS) {
+      return names;
+   }
+   for (DWORD index = 0;; ++index) {
+      wchar_t name[256];
+      DWORD length = 256;
+      if (RegEnumKeyExW(key.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+         break;
+      }
+      names.emplace_back(name, length);
+   }
+   return names;
+}
+
+bool SaveHiveFile(const std::wstring &filePath, const std::vector<HiveValue> &values)
+{
+   // Staged under the current user's key, which every process may write.
+   const std::wstring stage = L"Software\\VtrHiveStage";
+   DeleteTree(HKEY_CURRENT_USER, stage);
+   bool ok = CreateKey(HKEY_CURRENT_USER, stage);
+   for (const HiveValue &entry : values) {
+      const std::wstring path = entry.keyPath.empty() ? stage : stage + L"\\" + entry.keyPath;
+      ok = ok && WriteValue(HKEY_CURRENT_USER, path, entry.value);
+   }
+   UniqueHkey key;
+   CreateParentFolders(filePath);
+   DeleteFileW(filePath.c_str());
+   ok = ok && RegOpenKeyExW(HKEY_CURRENT_USER, stage.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS &&
+        RegSaveKeyW(key.get(), filePath.c_str(), nullptr) == ERROR_SUCCESS;
+   key.reset();
+   DeleteTree(HKEY_CURRENT_USER, stage);
+   return ok;
+}
+
+bool FileIsFree(const std::wstring &path)
+{
+   HANDLE file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+   if (file == INVALID_HANDLE_VALUE) {
+      return false;
+   }
+   CloseHandle(file);
+   return true;
+}
+
+std::string WithoutSystemText(const std::string &entry)
+{
+   static const std::regex systemText(R"((Last Error: )[\s\S]*? (\(code: -?\d+\))$)");
+   return std::regex_replace(entry, systemText, "$1$2");
 }
 
 } // namespace scenario

@@ -81,6 +81,37 @@ void DeleteTree(HKEY root, const std::wstring &path);
 //   "Client\Sub" for a key, "Client\Sub: Name = REG_SZ \"text\"" for a value.
 std::vector<std::string> DumpTree(HKEY root, const std::wstring &path);
 
+// --- files, profiles and hives --------------------------------------------------------
+
+// Below HKEY_LOCAL_MACHINE: one sub-key per profile, named by SID.
+constexpr wchar_t ProfileListPath[] = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList";
+
+// Writes `bytes` to `path`, creating the folders in front of it.
+bool WriteFileAt(const std::wstring &path, const std::string &bytes);
+bool PathExists(const std::wstring &path);
+// Removes a directory with everything below it.
+void RemoveTree(const std::wstring &directory);
+
+std::wstring CurrentUserSid();
+// Names of the sub-keys of `path` (empty: of `root` itself), in enumeration order.
+std::vector<std::wstring> SubKeyNames(HKEY root, const std::wstring &path = L"");
+
+// One value of a hive file, with the key that holds it relative to the hive's root.
+struct HiveValue {
+   std::wstring keyPath;
+   RegValue value;
+};
+// Writes a hive file with these values through RegSaveKeyW, in the platform's own format
+// (the caller holds SeBackupPrivilege). A file that is there already is replaced.
+bool SaveHiveFile(const std::wstring &filePath, const std::vector<HiveValue> &values);
+// True when the file can be opened for exclusive use, as Windows refuses for a loaded hive.
+// Wine reads a hive file whole and never holds it, so there only a leaked handle shows.
+bool FileIsFree(const std::wstring &path);
+
+// A log entry with the system's text of its error left out ("...Last Error: (code: 5)"):
+// the code says the same on every system, the text differs between them.
+std::string WithoutSystemText(const std::string &entry);
+
 std::string Narrow(const std::wstring &text);
 std::wstring Widen(const std::string &text);
 
