@@ -62,8 +62,11 @@ bool CopyFileWithOwner(const std::wstring &sourcePath, const std::wstring &destP
    PSECURITY_DESCRIPTOR descriptor = nullptr;
    const DWORD status = GetNamedSecurityInfoW(sourcePath.c_str(), SE_FILE_OBJECT, OwnerAndGroup, &owner, &group,
                                               nullptr, nullptr, &descriptor);
+   // The driver logs a false result again with the thread's last error, so each failure
+   // below leaves its own cause there, also where the platform reports only by result.
    if (status != ERROR_SUCCESS) {
       LogMessage(LogLevelError, "Failed to get %S file SD, error = 0x%08X.", sourcePath.c_str(), status);
+      SetLastError(status);
       return false;
    }
    UniqueLocalMemory ownedDescriptor(descriptor);
@@ -71,6 +74,7 @@ bool CopyFileWithOwner(const std::wstring &sourcePath, const std::wstring &destP
    std::wstring parent;
    if (!ParentFolder(destPath, parent)) {
       LogMessage(LogLevelError, "Failed to read parent folder of %S", destPath.c_str());
+      SetLastError(ERROR_BAD_PATHNAME);
       return false;
    }
    if (!DirectoryExists(parent) && !CreateDirectoryPath(parent + L"\\")) {
@@ -89,6 +93,7 @@ bool CopyFileWithOwner(const std::wstring &sourcePath, const std::wstring &destP
       // No copy stays behind that belongs to someone other than the source's owner.
       LogMessage(LogLevelError, "Failed to set file owner, error = 0x%08X", ownerStatus);
       DeleteFileW(destPath.c_str());
+      SetLastError(ownerStatus);
       return false;
    }
    return true;

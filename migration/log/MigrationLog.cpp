@@ -310,6 +310,9 @@ void LogMessage(uint32_t level, const char *format, ...)
    line += '\n';
 
    AppendLogLine(line);
+   // Writing the file leaves its own error behind (opening for append reports that the file
+   // exists); a caller that logs a failure and hands it on must see the failure's error.
+   SetLastError(lastError);
 }
 
 FunctionTrace::FunctionTrace(const char *name) : name_(name)

@@ -25,13 +25,7 @@ const std::wstring Dest = TestRoot + L"\\Client";
 
 void SetPrivilege(const wchar_t *name, bool enable)
 {
-   UniqueHandle token;
-   ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, token.put()));
-   TOKEN_PRIVILEGES privileges{};
-   privileges.PrivilegeCount = 1;
-   ASSERT_TRUE(LookupPrivilegeValueW(nullptr, name, &privileges.Privileges[0].Luid));
-   privileges.Privileges[0].Attributes = enable ? SE_PRIVILEGE_ENABLED : 0;
-   ASSERT_TRUE(AdjustTokenPrivileges(token.get(), FALSE, &privileges, sizeof(privileges), nullptr, nullptr));
+   ASSERT_TRUE(scenario::SetPrivilege(name, enable));
 }
 
 RegistryKeyRule Rule(const std::wstring &source, const std::wstring &dest, const std::wstring &action,
