@@ -454,12 +454,15 @@ bool WriteValue(HKEY root, const std::wstring &path, const RegValue &value)
                          static_cast<DWORD>(value.data.size())) == ERROR_SUCCESS;
 }
 
+RegValue TextValue(const std::wstring &name, const std::wstring &text, DWORD type)
+{
+   const BYTE *bytes = reinterpret_cast<const BYTE *>(text.c_str());
+   return RegValue{name, type, std::vector<BYTE>(bytes, bytes + (text.size() + 1) * sizeof(wchar_t))};
+}
+
 bool WriteString(HKEY root, const std::wstring &path, const std::wstring &name, const std::wstring &text)
 {
-   RegValue value{name, REG_SZ, {}};
-   const BYTE *bytes = reinterpret_cast<const BYTE *>(text.c_str());
-   value.data.assign(bytes, bytes + (text.size() + 1) * sizeof(wchar_t));
-   return WriteValue(root, path, value);
+   return WriteValue(root, path, TextValue(name, text));
 }
 
 bool WriteDword(HKEY root, const std::wstring &path, const std::wstring &name, DWORD number)
@@ -529,6 +532,9 @@ bool WriteFileAt(const std::wstring &path, const std::string &bytes)
 
 void RemoveTree(const std::wstring &directory)
 {
+   if (DeleteFileW(directory.c_str())) {
+      return;
+   }
    WIN32_FIND_DATAW data;
    HANDLE find = FindFirstFileW((directory + L"\\*").c_str(), &data);
    if (find != INVALID_HANDLE_VALUE) {
@@ -563,6 +569,40 @@ std::wstring CurrentUserSid()
    }
    UniqueLocalMemory owned(text);
    return text;
+}
+
+std::wstring CurrentAccountName()
+{
+   PSID sid = nullptr;
+   wchar_t name[256] = {};
+   wchar_t domain[256] = {};
+   DWORD nameLength = 256;
+   DWORD domainLength = 256;
+   SID_NAME_USE use;
+   if (!ConvertStringSidToSidW(CurrentUserSid().c_str(), &sid)) {
+      return std::wstring();
+   }
+   UniqueLocalMemory owned(sid);
+   if (!LookupAccountSidW(nullptr, sid, name, &nameLength, domain, &domainLength, &use)) {
+      return std::wstring();
+   }
+   return std::wstring(domain) + L"\\" + name;
+}
+
+bool SetPrivilege(const wchar_t *name, bool enable)
+{
+   UniqueHandle token;
+   TOKEN_PRIVILEGES privileges{};
+   privileges.PrivilegeCount = 1;
+   privileges.Privileges[0].Attributes = enable ? SE_PRIVILEGE_ENABLED : 0;
+   return OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, token.put()) &&
+          LookupPrivilegeValueW(nullptr, name, &privileges.Privileges[0].Luid) &&
+          AdjustTokenPrivileges(token.get(), FALSE, &privileges, sizeof(privileges), nullptr, nullptr);
+}
+
+std::wstring ProfileKey(const std::wstring &sid)
+{
+   return L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\" + sid;
 }
 
 std::vector<std::wstring> SubKeyNames(HKEY root, const std::wstring &path)
@@ -613,10 +653,24 @@ bool FileIsFree(const std::wstring &path)
    return true;
 }
 
-std::string WithoutSystemText(const std::string &entry)
+std::string Fill(std::string text, const std::vector<std::pair<std::string, std::wstring>> &values)
+{
+   for (const auto &[placeholder, value] : values) {
+      const std::string narrow = Narrow(value);
+      for (size_t at = text.find(placeholder); at != std::string::npos; at = text.find(placeholder, at + narrow.size())) {
+         text.replace(at, placeholder.size(), narrow);
+      }
+   }
+   return text;
+}
+
+std::vector<std::string> WithoutSystemText(std::vector<std::string> entries)
 {
    static const std::regex systemText(R"((Last Error: )[\s\S]*? (\(code: -?\d+\))$)");
-   return std::regex_replace(entry, systemText, "$1$2");
+   for (std::string &entry : entries) {
+      entry = std::regex_replace(entry, systemText, "$1$2");
+   }
+   return entries;
 }
 
 } // namespace scenario

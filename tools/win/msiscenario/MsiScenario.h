@@ -69,6 +69,8 @@ struct RegValue {
    std::vector<BYTE> data;
 };
 
+// A REG_SZ (or other string type) value as the platform stores it, terminator included.
+RegValue TextValue(const std::wstring &name, const std::wstring &text, DWORD type = REG_SZ);
 bool WriteValue(HKEY root, const std::wstring &path, const RegValue &value);
 bool WriteString(HKEY root, const std::wstring &path, const std::wstring &name, const std::wstring &text);
 bool WriteDword(HKEY root, const std::wstring &path, const std::wstring &name, DWORD number);
@@ -83,16 +85,20 @@ std::vector<std::string> DumpTree(HKEY root, const std::wstring &path);
 
 // --- files, profiles and hives --------------------------------------------------------
 
-// Below HKEY_LOCAL_MACHINE: one sub-key per profile, named by SID.
-constexpr wchar_t ProfileListPath[] = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList";
+// The profile list's entry of `sid` below HKEY_LOCAL_MACHINE; ProfileImagePath names the folder.
+std::wstring ProfileKey(const std::wstring &sid);
 
 // Writes `bytes` to `path`, creating the folders in front of it.
 bool WriteFileAt(const std::wstring &path, const std::string &bytes);
 bool PathExists(const std::wstring &path);
-// Removes a directory with everything below it.
+// Removes a file, or a directory with everything below it.
 void RemoveTree(const std::wstring &directory);
 
 std::wstring CurrentUserSid();
+// "domain\name" of the current user, as the platform names the account.
+std::wstring CurrentAccountName();
+// Enables or disables one privilege of the process's token; false when that fails.
+bool SetPrivilege(const wchar_t *name, bool enable);
 // Names of the sub-keys of `path` (empty: of `root` itself), in enumeration order.
 std::vector<std::wstring> SubKeyNames(HKEY root, const std::wstring &path = L"");
 
@@ -108,9 +114,12 @@ bool SaveHiveFile(const std::wstring &filePath, const std::vector<HiveValue> &va
 // Wine reads a hive file whole and never holds it, so there only a leaked handle shows.
 bool FileIsFree(const std::wstring &path);
 
-// A log entry with the system's text of its error left out ("...Last Error: (code: 5)"):
+// Log entries with the system's text of an error left out ("...Last Error: (code: 5)"):
 // the code says the same on every system, the text differs between them.
-std::string WithoutSystemText(const std::string &entry);
+std::vector<std::string> WithoutSystemText(std::vector<std::string> entries);
+
+// `text` with each placeholder (such as "%P") replaced by its value, every occurrence.
+std::string Fill(std::string text, const std::vector<std::pair<std::string, std::wstring>> &values);
 
 std::string Narrow(const std::wstring &text);
 std::wstring Widen(const std::string &text);
