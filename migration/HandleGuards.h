@@ -2,8 +2,10 @@
 // One owning guard per kind of system resource. Each closes what it holds on every path
 // out of the scope, so early returns never leak a key, a token or a block.
 #include <windows.h>
+#include <lm.h>
 #include <msi.h>
 
+#include <cstdlib>
 #include <utility>
 
 template <typename T, auto Close>
@@ -52,6 +54,8 @@ using UniqueHkey = UniqueResource<HKEY, &RegCloseKey>;
 using UniqueHandle = UniqueResource<HANDLE, &CloseHandle>;
 using UniqueLocalMemory = UniqueResource<HLOCAL, &LocalFree>;
 using UniqueMsiHandle = UniqueResource<MSIHANDLE, &MsiCloseHandle>;
+using UniqueNetApiBuffer = UniqueResource<LPVOID, &NetApiBufferFree>;
+using UniqueMallocBlock = UniqueResource<void *, &std::free>;
 
 // A COM interface pointer, released once.
 template <typename Interface>

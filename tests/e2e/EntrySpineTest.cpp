@@ -137,7 +137,10 @@ TEST_F(InstallScenario, UserActionChecksBothFieldsOfCustomActionData)
       expected.insert(expected.end(), c.between.begin(), c.between.end());
       expected.push_back("INFO Leave function: MigrateVantoraUser.");
       const auto userStart = std::find(result.logEntries.begin(), result.logEntries.end(), expected.front());
-      EXPECT_EQ(Lines(userStart, result.logEntries.end()), expected);
+      // The users that the action still visits (see tests/e2e/UserMigrationTest.cpp) are left out.
+      EXPECT_EQ(EntriesStartingWith(Lines(userStart, result.logEntries.end()),
+                                    {"INFO Enter", "INFO Leave", "INFO The previous", "ERRO Failed to extract"}),
+                expected);
       TearDown();
    }
 }

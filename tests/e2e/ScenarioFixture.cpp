@@ -31,6 +31,7 @@ void InstallScenario::SetUp()
    workDirectory_ += scenario::Widen(info->name()) + L"\\";
    CreateDirectoryW(workDirectory_.c_str(), nullptr);
    ResetMachine();
+   mounts_ = scenario::SubKeyNames(HKEY_USERS);
 }
 
 void InstallScenario::TearDown()
@@ -39,6 +40,7 @@ void InstallScenario::TearDown()
       scenario::UninstallPackage(package_);
    }
    ResetMachine();
+   EXPECT_EQ(scenario::SubKeyNames(HKEY_USERS), mounts_) << "a hive stayed mounted";
 }
 
 scenario::InstallResult InstallScenario::Install(const scenario::PackageChanges &changes)

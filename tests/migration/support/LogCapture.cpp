@@ -15,29 +15,6 @@ std::wstring GetEnv(const wchar_t *name)
    return std::wstring(value, length < MAX_PATH ? length : 0);
 }
 
-void RemoveTree(const std::wstring &directory)
-{
-   WIN32_FIND_DATAW data;
-   HANDLE find = FindFirstFileW((directory + L"\\*").c_str(), &data);
-   if (find != INVALID_HANDLE_VALUE) {
-      do {
-         std::wstring name = data.cFileName;
-         if (name == L"." || name == L"..") {
-            continue;
-         }
-         std::wstring path = directory + L"\\" + name;
-         if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-            RemoveTree(path);
-         } else {
-            SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
-            DeleteFileW(path.c_str());
-         }
-      } while (FindNextFileW(find, &data));
-      FindClose(find);
-   }
-   RemoveDirectoryW(directory.c_str());
-}
-
 } // namespace
 
 LogCapture::LogCapture() : savedTmp_(GetEnv(L"TMP")), savedTemp_(GetEnv(L"TEMP"))
@@ -47,7 +24,7 @@ LogCapture::LogCapture() : savedTmp_(GetEnv(L"TMP")), savedTemp_(GetEnv(L"TEMP")
    GetTempPathW(MAX_PATH, base);
    directory_ = std::wstring(base) + L"vtrlog-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
                 std::to_wstring(++serial);
-   RemoveTree(directory_);
+   scenario::RemoveTree(directory_);
    CreateDirectoryW(directory_.c_str(), nullptr);
    // GetTempPath reads TMP first, then TEMP; both are set so either lookup finds the directory.
    SetEnvironmentVariableW(L"TMP", (directory_ + L"\\").c_str());
@@ -58,7 +35,7 @@ LogCapture::~LogCapture()
 {
    SetEnvironmentVariableW(L"TMP", savedTmp_.empty() ? nullptr : savedTmp_.c_str());
    SetEnvironmentVariableW(L"TEMP", savedTemp_.empty() ? nullptr : savedTemp_.c_str());
-   RemoveTree(directory_);
+   scenario::RemoveTree(directory_);
 }
 
 std::string LogCapture::Contents() const

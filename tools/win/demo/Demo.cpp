@@ -11,6 +11,8 @@ namespace {
 
 const wchar_t OldClientKey[] = L"Software\\Eldrix, Inc.\\Vantora Client";
 const wchar_t OldPolicyKey[] = L"Software\\Policies\\Eldrix, Inc.\\Vantora Client";
+const wchar_t OldPreferences[] = L"\\AppData\\Roaming\\Eldrix\\Eldrix Vantora Glint Client\\prefs.txt";
+const wchar_t NewPreferences[] = L"\\AppData\\Roaming\\Corvane\\Corvane Vantora Client\\prefs.txt";
 
 void SeedOldInstallation()
 {
@@ -25,10 +27,23 @@ void SeedOldInstallation()
    WriteDword(HKEY_LOCAL_MACHINE, OldPolicyKey, L"AllowSavePassword", 0);
 }
 
-void PrintTree(const wchar_t *title, const std::wstring &path)
+// What the installing user left behind: settings in their own hive and the preference file.
+void SeedOldUserSettings(const std::wstring &profile)
 {
-   printf("\n-- %s: HKLM\\%s\n", scenario::Narrow(title).c_str(), scenario::Narrow(path).c_str());
-   const auto lines = scenario::DumpTree(HKEY_LOCAL_MACHINE, path);
+   using namespace scenario;
+   // A Windows profile holds its NTUSER.DAT; Wine keeps the user's hive elsewhere. An empty
+   // file in its place lets the action find the hive, which is loaded already, and open it.
+   WriteFileAt(profile + L"\\NTUSER.DAT", "");
+   WriteString(HKEY_CURRENT_USER, OldClientKey, L"RecentServer", L"https://connect.example.net");
+   WriteDword(HKEY_CURRENT_USER, OldClientKey, L"ShowTrayIcon", 1);
+   WriteFileAt(profile + OldPreferences, "RecentServer=connect.example.net\r\n");
+}
+
+void PrintTree(const wchar_t *title, const std::wstring &path, HKEY root = HKEY_LOCAL_MACHINE)
+{
+   printf("\n-- %s: %s\\%s\n", scenario::Narrow(title).c_str(), root == HKEY_CURRENT_USER ? "HKCU" : "HKLM",
+          scenario::Narrow(path).c_str());
+   const auto lines = scenario::DumpTree(root, path);
    if (lines.empty()) {
       printf("   (no such key)\n");
    }
@@ -50,9 +65,12 @@ int wmain(int argc, wchar_t **argv)
    CreateDirectoryW(work.c_str(), nullptr);
 
    printf("== Seeding the old vendor's installation\n");
+   const std::wstring profile = _wgetenv(L"USERPROFILE");
    SeedOldInstallation();
+   SeedOldUserSettings(profile);
    PrintTree(L"old client settings", OldClientKey);
    PrintTree(L"old client policies", OldPolicyKey);
+   PrintTree(L"old settings of the installing user", OldClientKey, HKEY_CURRENT_USER);
 
    // Taking the document out of the package and resolving its installer macros are not
    // built yet, so the deferred actions are handed the sample document directly.
@@ -92,6 +110,11 @@ int wmain(int argc, wchar_t **argv)
 
    PrintTree(L"new client settings", L"Software\\Corvane\\Client");
    PrintTree(L"new client policies", L"Software\\Policies\\Corvane\\Client");
+   PrintTree(L"new settings of the installing user", L"Software\\Corvane\\Client", HKEY_CURRENT_USER);
+   printf("\n-- preference file %s%s:\n   %s\n", scenario::Narrow(profile).c_str(),
+          scenario::Narrow(NewPreferences).c_str(),
+          scenario::PathExists(profile + NewPreferences) ? scenario::ReadFileBytes(profile + NewPreferences).c_str()
+                                                         : "(not there)");
    const auto marker = scenario::ReadValue(HKEY_LOCAL_MACHINE, L"Software\\Corvane", L"MigrationDone");
    printf("\nmarker HKLM\\Software\\Corvane\\MigrationDone: %s\n",
           marker && marker->data.size() == 4 && marker->data[0] == 1 ? "1 (set)" : "not set");

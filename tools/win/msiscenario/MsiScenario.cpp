@@ -2,6 +2,7 @@
 
 #include <msi.h>
 #include <msiquery.h>
+#include <sddl.h>
 
 #include <cstdio>
 
@@ -453,12 +454,15 @@ bool WriteValue(HKEY root, const std::wstring &path, const RegValue &value)
                          static_cast<DWORD>(value.data.size())) == ERROR_SUCCESS;
 }
 
+RegValue TextValue(const std::wstring &name, const std::wstring &text, DWORD type)
+{
+   const BYTE *bytes = reinterpret_cast<const BYTE *>(text.c_str());
+   return RegValue{name, type, std::vector<BYTE>(bytes, bytes + (text.size() + 1) * sizeof(wchar_t))};
+}
+
 bool WriteString(HKEY root, const std::wstring &path, const std::wstring &name, const std::wstring &text)
 {
-   RegValue value{name, REG_SZ, {}};
-   const BYTE *bytes = reinterpret_cast<const BYTE *>(text.c_str());
-   value.data.assign(bytes, bytes + (text.size() + 1) * sizeof(wchar_t));
-   return WriteValue(root, path, value);
+   return WriteValue(root, path, TextValue(name, text));
 }
 
 bool WriteDword(HKEY root, const std::wstring &path, const std::wstring &name, DWORD number)
@@ -505,6 +509,168 @@ std::vector<std::string> DumpTree(HKEY root, const std::wstring &path)
    const size_t cut = path.rfind(L'\\');
    DumpKey(root, path, cut == std::wstring::npos ? path : path.substr(cut + 1), lines);
    return lines;
+}
+
+bool PathExists(const std::wstring &path)
+{
+   return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+// Creates the folders in front of the last backslash of an absolute path.
+void CreateParentFolders(const std::wstring &path)
+{
+   for (size_t found = path.find(L'\\', 3); found != std::wstring::npos; found = path.find(L'\\', found + 1)) {
+      CreateDirectoryW(path.substr(0, found).c_str(), nullptr);
+   }
+}
+
+bool WriteFileAt(const std::wstring &path, const std::string &bytes)
+{
+   CreateParentFolders(path);
+   return WriteFileBytes(path, bytes);
+}
+
+void RemoveTree(const std::wstring &directory)
+{
+   if (DeleteFileW(directory.c_str())) {
+      return;
+   }
+   WIN32_FIND_DATAW data;
+   HANDLE find = FindFirstFileW((directory + L"\\*").c_str(), &data);
+   if (find != INVALID_HANDLE_VALUE) {
+      do {
+         const std::wstring name = data.cFileName;
+         if (name == L"." || name == L"..") {
+            continue;
+         }
+         const std::wstring path = directory + L"\\" + name;
+         if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+            RemoveTree(path);
+         } else {
+            SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+            DeleteFileW(path.c_str());
+         }
+      } while (FindNextFileW(find, &data));
+      FindClose(find);
+   }
+   RemoveDirectoryW(directory.c_str());
+}
+
+std::wstring CurrentUserSid()
+{
+   UniqueHandle token;
+   BYTE buffer[256];
+   DWORD size = 0;
+   wchar_t *text = nullptr;
+   if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put()) ||
+       !GetTokenInformation(token.get(), TokenUser, buffer, sizeof(buffer), &size) ||
+       !ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER *>(buffer)->User.Sid, &text)) {
+      return std::wstring();
+   }
+   UniqueLocalMemory owned(text);
+   return text;
+}
+
+std::wstring CurrentAccountName()
+{
+   PSID sid = nullptr;
+   wchar_t name[256] = {};
+   wchar_t domain[256] = {};
+   DWORD nameLength = 256;
+   DWORD domainLength = 256;
+   SID_NAME_USE use;
+   if (!ConvertStringSidToSidW(CurrentUserSid().c_str(), &sid)) {
+      return std::wstring();
+   }
+   UniqueLocalMemory owned(sid);
+   if (!LookupAccountSidW(nullptr, sid, name, &nameLength, domain, &domainLength, &use)) {
+      return std::wstring();
+   }
+   return std::wstring(domain) + L"\\" + name;
+}
+
+bool SetPrivilege(const wchar_t *name, bool enable)
+{
+   UniqueHandle token;
+   TOKEN_PRIVILEGES privileges{};
+   privileges.PrivilegeCount = 1;
+   privileges.Privileges[0].Attributes = enable ? SE_PRIVILEGE_ENABLED : 0;
+   return OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, token.put()) &&
+          LookupPrivilegeValueW(nullptr, name, &privileges.Privileges[0].Luid) &&
+          AdjustTokenPrivileges(token.get(), FALSE, &privileges, sizeof(privileges), nullptr, nullptr);
+}
+
+std::wstring ProfileKey(const std::wstring &sid)
+{
+   return L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\" + sid;
+}
+
+std::vector<std::wstring> SubKeyNames(HKEY root, const std::wstring &path)
+{
+   std::vector<std::wstring> names;
+   UniqueHkey key;
+   if (RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS) {
+      return names;
+   }
+   for (DWORD index = 0;; ++index) {
+      wchar_t name[256];
+      DWORD length = 256;
+      if (RegEnumKeyExW(key.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+         break;
+      }
+      names.emplace_back(name, length);
+   }
+   return names;
+}
+
+bool SaveHiveFile(const std::wstring &filePath, const std::vector<HiveValue> &values)
+{
+   // Staged under the current user's key, which every process may write.
+   const std::wstring stage = L"Software\\VtrHiveStage";
+   DeleteTree(HKEY_CURRENT_USER, stage);
+   bool ok = CreateKey(HKEY_CURRENT_USER, stage);
+   for (const HiveValue &entry : values) {
+      const std::wstring path = entry.keyPath.empty() ? stage : stage + L"\\" + entry.keyPath;
+      ok = ok && WriteValue(HKEY_CURRENT_USER, path, entry.value);
+   }
+   UniqueHkey key;
+   CreateParentFolders(filePath);
+   DeleteFileW(filePath.c_str());
+   ok = ok && RegOpenKeyExW(HKEY_CURRENT_USER, stage.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS &&
+        RegSaveKeyW(key.get(), filePath.c_str(), nullptr) == ERROR_SUCCESS;
+   key.reset();
+   DeleteTree(HKEY_CURRENT_USER, stage);
+   return ok;
+}
+
+bool FileIsFree(const std::wstring &path)
+{
+   HANDLE file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+   if (file == INVALID_HANDLE_VALUE) {
+      return false;
+   }
+   CloseHandle(file);
+   return true;
+}
+
+std::string Fill(std::string text, const std::vector<std::pair<std::string, std::wstring>> &values)
+{
+   for (const auto &[placeholder, value] : values) {
+      const std::string narrow = Narrow(value);
+      for (size_t at = text.find(placeholder); at != std::string::npos; at = text.find(placeholder, at + narrow.size())) {
+         text.replace(at, placeholder.size(), narrow);
+      }
+   }
+   return text;
+}
+
+std::vector<std::string> WithoutSystemText(std::vector<std::string> entries)
+{
+   static const std::regex systemText(R"((Last Error: )[\s\S]*? (\(code: -?\d+\))$)");
+   for (std::string &entry : entries) {
+      entry = std::regex_replace(entry, systemText, "$1$2");
+   }
+   return entries;
 }
 
 } // namespace scenario

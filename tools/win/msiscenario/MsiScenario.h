@@ -69,6 +69,8 @@ struct RegValue {
    std::vector<BYTE> data;
 };
 
+// A REG_SZ (or other string type) value as the platform stores it, terminator included.
+RegValue TextValue(const std::wstring &name, const std::wstring &text, DWORD type = REG_SZ);
 bool WriteValue(HKEY root, const std::wstring &path, const RegValue &value);
 bool WriteString(HKEY root, const std::wstring &path, const std::wstring &name, const std::wstring &text);
 bool WriteDword(HKEY root, const std::wstring &path, const std::wstring &name, DWORD number);
@@ -80,6 +82,44 @@ void DeleteTree(HKEY root, const std::wstring &path);
 // One line per key and value below `path`, depth first in enumeration order:
 //   "Client\Sub" for a key, "Client\Sub: Name = REG_SZ \"text\"" for a value.
 std::vector<std::string> DumpTree(HKEY root, const std::wstring &path);
+
+// --- files, profiles and hives --------------------------------------------------------
+
+// The profile list's entry of `sid` below HKEY_LOCAL_MACHINE; ProfileImagePath names the folder.
+std::wstring ProfileKey(const std::wstring &sid);
+
+// Writes `bytes` to `path`, creating the folders in front of it.
+bool WriteFileAt(const std::wstring &path, const std::string &bytes);
+bool PathExists(const std::wstring &path);
+// Removes a file, or a directory with everything below it.
+void RemoveTree(const std::wstring &directory);
+
+std::wstring CurrentUserSid();
+// "domain\name" of the current user, as the platform names the account.
+std::wstring CurrentAccountName();
+// Enables or disables one privilege of the process's token; false when that fails.
+bool SetPrivilege(const wchar_t *name, bool enable);
+// Names of the sub-keys of `path` (empty: of `root` itself), in enumeration order.
+std::vector<std::wstring> SubKeyNames(HKEY root, const std::wstring &path = L"");
+
+// One value of a hive file, with the key that holds it relative to the hive's root.
+struct HiveValue {
+   std::wstring keyPath;
+   RegValue value;
+};
+// Writes a hive file with these values through RegSaveKeyW, in the platform's own format
+// (the caller holds SeBackupPrivilege). A file that is there already is replaced.
+bool SaveHiveFile(const std::wstring &filePath, const std::vector<HiveValue> &values);
+// True when the file can be opened for exclusive use, as Windows refuses for a loaded hive.
+// Wine reads a hive file whole and never holds it, so there only a leaked handle shows.
+bool FileIsFree(const std::wstring &path);
+
+// Log entries with the system's text of an error left out ("...Last Error: (code: 5)"):
+// the code says the same on every system, the text differs between them.
+std::vector<std::string> WithoutSystemText(std::vector<std::string> entries);
+
+// `text` with each placeholder (such as "%P") replaced by its value, every occurrence.
+std::string Fill(std::string text, const std::vector<std::pair<std::string, std::wstring>> &values);
 
 std::string Narrow(const std::wstring &text);
 std::wstring Widen(const std::string &text);
