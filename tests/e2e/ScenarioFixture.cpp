@@ -6,13 +6,7 @@ namespace {
 
 std::wstring BasePackagePath()
 {
-   std::wstring path = scenario::Widen(VTR_BASE_MSI);
-   for (wchar_t &c : path) {
-      if (c == L'/') {
-         c = L'\\';
-      }
-   }
-   return L"Z:" + path;
+   return scenario::FromUnixPath(scenario::Widen(VTR_BASE_MSI));
 }
 
 void ResetMachine()

@@ -55,11 +55,7 @@ std::wstring WineStderrPath()
    if (length == 0 || length >= MAX_PATH) {
       return std::wstring();
    }
-   std::wstring path = L"Z:";
-   for (const wchar_t *c = unixPath; *c; ++c) {
-      path += *c == L'/' ? L'\\' : *c;
-   }
-   return path;
+   return FromUnixPath(unixPath);
 }
 
 long long FileSize(const std::wstring &path)
@@ -249,16 +245,32 @@ std::wstring TempDirectory()
    return path;
 }
 
+std::wstring FromUnixPath(const std::wstring &unixPath)
+{
+   std::wstring path = L"Z:";
+   for (wchar_t c : unixPath) {
+      path += c == L'/' ? L'\\' : c;
+   }
+   return path;
+}
+
 std::wstring MigrationLogPath()
 {
    return TempDirectory() + L"MigrVantora.log";
 }
 
+std::wstring DocumentlessTwin(const std::wstring &basePackage)
+{
+   return basePackage.substr(0, basePackage.size() - 4) + L"-nodoc.msi";
+}
+
 bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePath, const PackageChanges &changes,
                   std::string &error)
 {
-   if (!CopyFileW(basePackage.c_str(), packagePath.c_str(), FALSE)) {
-      error = "can't copy " + Narrow(basePackage) + " to " + Narrow(packagePath);
+   const bool ownDocument = changes.configXml || changes.withoutConfigRow;
+   const std::wstring source = ownDocument ? DocumentlessTwin(basePackage) : basePackage;
+   if (!CopyFileW(source.c_str(), packagePath.c_str(), FALSE)) {
+      error = "can't copy " + Narrow(source) + " to " + Narrow(packagePath);
       return false;
    }
    SetFileAttributesW(packagePath.c_str(), FILE_ATTRIBUTE_NORMAL);
@@ -269,31 +281,28 @@ bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePa
       return false;
    }
 
-   if (changes.configXml) {
+   if (changes.configXml && !changes.withoutConfigRow) {
       const std::wstring streamFile = packagePath + L".conf.xml";
       if (!WriteFileBytes(streamFile, *changes.configXml)) {
          error = "can't write " + Narrow(streamFile);
          return false;
       }
+      UniqueMsiHandle record(MsiCreateRecord(2));
+      MsiRecordSetStringW(record.get(), 1, L"vtrMigrateConf.xml");
+      UINT status = MsiRecordSetStreamW(record.get(), 2, streamFile.c_str());
       UniqueMsiHandle view;
-      UniqueMsiHandle record;
-      UINT status = MsiDatabaseOpenViewW(
-         database.get(), L"SELECT `Name`, `Data` FROM `Binary` WHERE `Name`='vtrMigrateConf.xml'", view.put());
       if (status == ERROR_SUCCESS) {
-         status = MsiViewExecute(view.get(), 0);
+         status = MsiDatabaseOpenViewW(database.get(), L"INSERT INTO `Binary` (`Name`, `Data`) VALUES (?, ?)",
+                                       view.put());
       }
       if (status == ERROR_SUCCESS) {
-         status = MsiViewFetch(view.get(), record.put());
+         status = MsiViewExecute(view.get(), record.get());
       }
-      if (status == ERROR_SUCCESS) {
-         status = MsiRecordSetStreamW(record.get(), 2, streamFile.c_str());
-      }
-      if (status == ERROR_SUCCESS) {
-         status = MsiViewModify(view.get(), MSIMODIFY_UPDATE, record.get());
-      }
+      view.reset();
+      record.reset();
       DeleteFileW(streamFile.c_str());
       if (status != ERROR_SUCCESS) {
-         error = "can't replace the configuration stream (" + std::to_string(status) + ")";
+         error = "can't add the configuration stream (" + std::to_string(status) + ")";
          return false;
       }
    }

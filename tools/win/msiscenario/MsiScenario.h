@@ -13,6 +13,7 @@ namespace scenario {
 // What distinguishes one scenario's package from the base package.
 struct PackageChanges {
    std::optional<std::string> configXml;                          // replaces the Binary stream
+   bool withoutConfigRow = false;                                 // no Binary row for the document
    std::vector<std::pair<std::wstring, std::wstring>> properties; // added to the Property table
    std::vector<std::wstring> skippedActions;                      // sequenced with condition 0
 };
@@ -39,9 +40,14 @@ std::string ReadFileBytes(const std::wstring &path);
 
 // Paths inside the Wine prefix, as the test process sees them.
 std::wstring TempDirectory();
+// A Unix path as the prefix's Z: drive shows it.
+std::wstring FromUnixPath(const std::wstring &unixPath);
 std::wstring MigrationLogPath();
 
-// Writes a copy of `basePackage` at `packagePath` with the changes applied.
+// Writes a copy of `basePackage` at `packagePath` with the changes applied. A package with
+// a document of its own, or none, is built from the base package's documentless twin, the
+// file beside it whose name ends in "-nodoc.msi": Wine's msi keeps a stream that a file
+// already holds.
 bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePath, const PackageChanges &changes,
                   std::string &error);
 
