@@ -70,3 +70,15 @@ std::vector<std::string> LogCapture::Entries() const
 {
    return scenario::SplitLogEntries(Contents());
 }
+
+std::vector<std::string> LogCapture::Lines(const std::wstring &path) const
+{
+   const std::string shown = scenario::Narrow(path);
+   std::vector<std::string> lines = scenario::CutErrorTexts(Entries());
+   for (std::string &line : lines) {
+      for (size_t at; !shown.empty() && (at = line.find(shown)) != std::string::npos;) {
+         line.replace(at, shown.size(), "{path}");
+      }
+   }
+   return lines;
+}

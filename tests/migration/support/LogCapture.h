@@ -16,6 +16,9 @@ public:
    // Each entry with the timestamp, process and thread ids cut off: "INFO Enter function: X."
    // A message whose system text spans lines stays one entry.
    std::vector<std::string> Entries() const;
+   // The entries with `path` shown as "{path}" and the system's text behind "Last Error: "
+   // cut off, once its code part has been seen.
+   std::vector<std::string> Lines(const std::wstring &path) const;
    const std::wstring &Directory() const { return directory_; }
 
 private:

@@ -322,6 +322,19 @@ bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePa
          return false;
       }
    }
+   // An immediate copy step (EXE in a directory, return ignored), only when there is a path to copy.
+   if (!changes.keptDocument.empty() &&
+       (!Execute(database.get(),
+                 L"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('KeepMigrationDocument', 98, "
+                 L"'TARGETDIR', 'cmd.exe /c copy /y \"[MigrateConfigFilepath]\" \"" +
+                    Quoted(changes.keptDocument) + L"\"')",
+                 error) ||
+        !Execute(database.get(),
+                 L"INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES "
+                 L"('KeepMigrationDocument', 'MigrateConfigFilepath', 1515)",
+                 error))) {
+      return false;
+   }
    if (MsiDatabaseCommit(database.get()) != ERROR_SUCCESS) {
       error = "can't commit " + Narrow(packagePath);
       return false;
@@ -376,6 +389,15 @@ std::vector<std::string> SplitLogEntries(const std::string &log)
       } else if (!entries.empty()) {
          entries.back() += "\n" + line;
       }
+   }
+   return entries;
+}
+
+std::vector<std::string> CutErrorTexts(std::vector<std::string> entries)
+{
+   static const std::regex withCode(R"(^([\s\S]*Last Error: )[\s\S]* \(code: \d+\)$)");
+   for (std::string &entry : entries) {
+      entry = std::regex_replace(entry, withCode, "$1");
    }
    return entries;
 }

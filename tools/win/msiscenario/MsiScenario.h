@@ -16,6 +16,9 @@ struct PackageChanges {
    bool withoutConfigRow = false;                                 // no Binary row for the document
    std::vector<std::pair<std::wstring, std::wstring>> properties; // added to the Property table
    std::vector<std::wstring> skippedActions;                      // sequenced with condition 0
+   // Where a copy of the document is made right after ExtractMigrConfig has written it back,
+   // before the deferred actions use and delete it.
+   std::wstring keptDocument;
 };
 
 // An action's result as the installer saw it. `code` is the number the DLL returned, as far
@@ -62,6 +65,9 @@ void UninstallPackage(const std::wstring &packagePath);
 
 // Splits a migration log into entries (see InstallResult::logEntries).
 std::vector<std::string> SplitLogEntries(const std::string &log);
+// The entries with the system's text behind "Last Error: " cut off, once its code part has
+// been seen: what stays is the same on every system language.
+std::vector<std::string> CutErrorTexts(std::vector<std::string> entries);
 
 // Reads which custom actions ran and what they returned from msi's trace.
 std::map<std::wstring, ActionOutcome> ParseActionOutcomes(const std::string &trace);
