@@ -4,6 +4,7 @@
 #include <windows.h>
 #include <msi.h>
 
+#include <cstdio>
 #include <utility>
 
 template <typename T, auto Close>
@@ -52,6 +53,7 @@ using UniqueHkey = UniqueResource<HKEY, &RegCloseKey>;
 using UniqueHandle = UniqueResource<HANDLE, &CloseHandle>;
 using UniqueLocalMemory = UniqueResource<HLOCAL, &LocalFree>;
 using UniqueMsiHandle = UniqueResource<MSIHANDLE, &MsiCloseHandle>;
+using UniqueFile = UniqueResource<FILE *, &fclose>;
 
 // A COM interface pointer, released once.
 template <typename Interface>
