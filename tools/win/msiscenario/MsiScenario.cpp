@@ -342,7 +342,7 @@ bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePa
    return true;
 }
 
-InstallResult InstallPackage(const std::wstring &packagePath)
+InstallResult InstallPackage(const std::wstring &packagePath, const std::wstring &properties)
 {
    InstallResult result;
    DeleteFileW(MigrationLogPath().c_str());
@@ -352,7 +352,8 @@ InstallResult InstallPackage(const std::wstring &packagePath)
    const std::wstring tracePath = WineStderrPath();
    const long long traceStart = tracePath.empty() ? 0 : FileSize(tracePath);
    result.msiexecExitCode =
-      RunProcess(L"msiexec.exe /i \"" + packagePath + L"\" /qn /l*v \"" + verboseLog + L"\"", outputPath, L"+msi");
+      RunProcess(L"msiexec.exe /i \"" + packagePath + L"\" /qn /l*v \"" + verboseLog + L"\" " + properties, outputPath,
+                 L"+msi");
 
    if (!tracePath.empty()) {
       result.installerTrace = ReadFileTail(tracePath, traceStart);

@@ -58,7 +58,8 @@ bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePa
 // MigrVantora.log is removed first, so the result holds exactly this run's lines. msi's
 // trace is read from the file that receives Wine's debug output (VTR_WINE_STDERR, a Unix
 // path); without it the installer's return values stay unknown.
-InstallResult InstallPackage(const std::wstring &packagePath);
+// `properties` ("NAME=value ...") go on the command line.
+InstallResult InstallPackage(const std::wstring &packagePath, const std::wstring &properties = L"");
 
 // Removes the product that `packagePath` installs, if it is installed.
 void UninstallPackage(const std::wstring &packagePath);
