@@ -34,35 +34,6 @@ TEST_F(InstallScenario, MarkerSetMakesEveryActionStandDown)
                                 }));
 }
 
-TEST_F(InstallScenario, MarkerOtherThanOneIsNotDone)
-{
-   const DWORD two = 2, zero = 0;
-   const ULONGLONG wideOne = 1;
-   const wchar_t text[] = L"1";
-   struct Case {
-      const char *what;
-      DWORD type;
-      const void *data;
-      DWORD size;
-   } cases[] = {
-      {"dword 2", REG_DWORD, &two, 4},
-      {"dword 0", REG_DWORD, &zero, 4},
-      {"qword 1", REG_QWORD, &wideOne, 8},
-      {"text 1", REG_SZ, text, sizeof(text)},
-   };
-   for (const Case &c : cases) {
-      SCOPED_TRACE(c.what);
-      SetMarker(c.type, c.data, c.size);
-      auto result = Install();
-      // Not done, so the whole sequence runs on the package's own document.
-      EXPECT_EQ(result.actions.at(L"ExtractMigrConfig").code, 0u);
-      EXPECT_EQ(result.propertiesSet.count(L"MigrateConfigFilepath"), 1u);
-      EXPECT_EQ(result.actions[L"MigrateVantoraUser"].code, 0u);
-      EXPECT_TRUE(result.actions[L"MigrateVantoraUser"].ran);
-      TearDown();
-   }
-}
-
 TEST_F(InstallScenario, CustomActionDataLongerThanTheBufferFailsTheServiceAction)
 {
    struct Case {

@@ -1,7 +1,5 @@
 #include "ScenarioFixture.h"
 
-#include <cstdio>
-
 namespace {
 
 std::wstring BasePackagePath()
@@ -50,11 +48,7 @@ scenario::InstallResult InstallScenario::Install(const scenario::PackageChanges 
 
 scenario::PackageChanges InstallScenario::DeferredWithDocument(const std::string &xml)
 {
-   FILE *file = _wfopen(DocumentPath().c_str(), L"wb");
-   if (file != nullptr) {
-      fwrite(xml.data(), 1, xml.size(), file);
-      fclose(file);
-   }
+   scenario::WriteFileBytes(DocumentPath(), xml);
    scenario::PackageChanges changes;
    changes.configXml = xml;
    changes.properties.push_back({L"MigrateConfigFilepath", DocumentPath()});

@@ -1,133 +1,90 @@
-// The write-back of resolved macros against a real installer session and Wine's MSXML 6.0:
-// what the saved file's macro section holds afterwards, the result, and every log line.
+// The write-back of resolved macros against a real installer session and Wine's MSXML: the
+// saved section, the result and the log but for the table's echo. The machine root is pointed
+// at a scratch key for the call, so that each case brings its own Shell Folders.
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "HandleGuards.h"
-#include "InstallerSession.h"
 #include "LogCapture.h"
 #include "config/MacroWriteBack.h"
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 const std::string Long(300, 'x');
-const std::string ProgramData = R"(<Macro Name="ProgramData" Value="C:\ProgramData"/>)";
-const std::string ProgramDataLine = "INFO Macro: ProgramData Variable:  Value: C:\\ProgramData.";
-const std::string Unchanged = "(unchanged)";
+const std::wstring Chars259(259, L'p'), Chars260(260, L'p');
+const std::string Empty = "<VantoraMigration><MigrationVars/></VantoraMigration>";
+const char ProgramData[] = "<Macro Name=\"ProgramData\" Value=\"C:\\PD\"/></MigrationVars>";
+const std::string ReadFailed = "ERRO Can't read value of Common AppData, result = 0x";
+const std::string Loaded = "INFO Load MigrationVars section.", Echoed = "INFO Global macro table:";
 
-struct WriteBackCase {
+const struct {
    const char *label;
    std::string xml;
-   bool session;          // false: a handle that is no session
-   bool locked;           // another reader keeps others from writing the file
-   bool saved;
-   std::string section;   // the saved section, from <MigrationVars to its end; Unchanged: the file as it was
-   Lines log;
+   bool session, locked; // a session handle; the file held by a reader that lets nobody write
+   DWORD type;           // of Common AppData; REG_NONE: no Shell Folders key
+   std::wstring stored;
+   std::string section; // what the saved file holds from <MigrationVars on; empty: the file as it was
+   std::vector<std::string> log; // without the "Macro:" lines, which the section shows
+} Cases[] = {
+   {"Resolved", "<VantoraMigration><MigrationVars><!-- c --><Macro Name='Long' Variable='VTR_LONG' Value='old'/><Macro "
+    "Value='v&amp;'/></MigrationVars></VantoraMigration>", true, false, REG_SZ, L"C:\\PD", "<MigrationVars><Macro Name=\"Long\" "
+    "Variable=\"VTR_LONG\" Value=\"" + Long + "\"/><Macro Name=\"\" Value=\"v&amp;\"/>" + ProgramData,
+    {Loaded, "INFO Get installer property VTR_LONG.", Echoed}},
+   {"NoSession", "<VantoraMigration><MigrationVars><Macro Name='U' Variable='P'/></MigrationVars></VantoraMigration>", false,
+    false, REG_SZ, L"C:\\PD", "<MigrationVars><Macro Name=\"U\" Variable=\"P\"/>" + std::string(ProgramData),
+    {Loaded, "INFO Get installer property P.", "ERRO Failed to get installer property P, error = 0x00000006.", Echoed}},
+   {"OwnProgramDataStaysFirst", "<VantoraMigration><MigrationVars><Macro Name='ProgramData' Value='D:'/></MigrationVars>"
+    "</VantoraMigration>", true, false, REG_SZ, L"C:\\PD", "<MigrationVars><Macro Name=\"ProgramData\" Value=\"D:\"/>" +
+    std::string(ProgramData), {Loaded, Echoed}},
+   {"NotSaved", Empty, true, true, REG_SZ, L"C:\\PD", "", {Loaded, Echoed, "ERRO Failed to save to XML file {path}."}},
+   {"NoShellFolders", Empty, true, false, REG_NONE, L"", "<MigrationVars/>", {Loaded, "WARN Can't open local machine key SOFTWARE\\"
+    "Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders, error = 0x00000002.", Echoed}},
+   {"ExpandableLeftAsItIs", Empty, true, false, REG_EXPAND_SZ, L"%A%", "<MigrationVars><Macro Name=\"ProgramData\" Value=\"%A%\"/>", {Loaded, Echoed}},
+   {"WrongType", Empty, true, false, REG_DWORD, L"ab", "<MigrationVars><Macro Name=\"ProgramData\"/>", {Loaded, ReadFailed + "00000000.", Echoed}},
+   {"LongestThatFits", Empty, true, false, REG_SZ, Chars259, "<Macro Name=\"ProgramData\" Value=\"" + std::string(259, 'p') + "\"/>", {Loaded, Echoed}},
+   {"OneTooLong", Empty, true, false, REG_SZ, Chars260, "<MigrationVars><Macro Name=\"ProgramData\"/>", {Loaded, ReadFailed + "000000EA.", Echoed}},
 };
 
-const WriteBackCase Cases[] = {
-   {"Resolved",
-    "<VantoraMigration>\n<MigrationVars>\n  <!-- kept? -->\n"
-    "  <Macro Value=\"old\" Variable=\"VTR_SERVER\" Name=\"Url\"/>\n"
-    "  <Macro Name=\"Gone\" Variable=\"VTR_UNSET\" Value=\"no fallback\"/>\n"
-    "  <Macro Name=\"Long\" Variable=\"VTR_LONG\"/>\n"
-    "  <Macro Name=\"Fixed\" Variable=\"\" Value=\"v&amp;&quot;\"/>\n  <Macro/>\n"
-    "</MigrationVars>\n<ServiceMigration/></VantoraMigration>\n",
-    true, false, true,
-    R"(<MigrationVars><Macro Name="Url" Variable="VTR_SERVER" Value="https://new.example"/>)"
-    R"(<Macro Name="Gone" Variable="VTR_UNSET"/><Macro Name="Long" Variable="VTR_LONG" Value=")" + Long + R"("/>)"
-    R"(<Macro Name="Fixed" Value="v&amp;&quot;"/><Macro Name=""/>)" + ProgramData + "</MigrationVars>",
-    {"INFO Load MigrationVars section.", "INFO Get installer property VTR_SERVER.", "INFO Get installer property VTR_UNSET.",
-     "ERRO Failed to get installer property VTR_UNSET, error = 0x000000EA.", "INFO Get installer property VTR_LONG.",
-     "INFO Global macro table:", "INFO Macro: Url Variable: VTR_SERVER Value: https://new.example.",
-     "INFO Macro: Gone Variable: VTR_UNSET Value: .", "INFO Macro: Long Variable: VTR_LONG Value: " + Long + ".",
-     "INFO Macro: Fixed Variable:  Value: v&\".", "INFO Macro:  Variable:  Value: .", ProgramDataLine}},
-   {"NoSession", R"(<VantoraMigration><MigrationVars><Macro Name="U" Variable="VTR_SERVER"/></MigrationVars></VantoraMigration>)",
-    false, false, true, R"(<MigrationVars><Macro Name="U" Variable="VTR_SERVER"/>)" + ProgramData + "</MigrationVars>",
-    {"INFO Load MigrationVars section.", "INFO Get installer property VTR_SERVER.",
-     "ERRO Failed to get installer property VTR_SERVER, error = 0x00000006.", "INFO Global macro table:",
-     "INFO Macro: U Variable: VTR_SERVER Value: .", ProgramDataLine}},
-   {"OwnProgramDataStaysFirst",
-    R"(<VantoraMigration><MigrationVars><Macro Name="ProgramData" Value="D:\Own"/></MigrationVars></VantoraMigration>)", true,
-    false, true, R"(<MigrationVars><Macro Name="ProgramData" Value="D:\Own"/>)" + ProgramData + "</MigrationVars>",
-    {"INFO Load MigrationVars section.", "INFO Global macro table:", "INFO Macro: ProgramData Variable:  Value: D:\\Own.",
-     ProgramDataLine}},
-   {"NoSection", "<VantoraMigration><ServiceMigration/><W><MigrationVars/></W></VantoraMigration>", true, false, true,
-    "<MigrationVars/>", {"INFO Global macro table:", ProgramDataLine, "ERRO Can't locate the MigrationVars section."}},
-   {"RootInOtherCase", R"(<VANTORAMIGRATION><MigrationVars><Macro Name="A"/></MigrationVars></VANTORAMIGRATION>)", true,
-    false, true, R"(<MigrationVars><Macro Name="A"/></MigrationVars>)",
-    {"INFO Load MigrationVars section.", "INFO Global macro table:", "INFO Macro: A Variable:  Value: .", ProgramDataLine,
-     "ERRO Can't locate the MigrationVars section."}},
-   {"NotSaved", "<VantoraMigration><MigrationVars/></VantoraMigration>", true, true, false, Unchanged,
-    {"INFO Load MigrationVars section.", "INFO Global macro table:", ProgramDataLine,
-     "ERRO Failed to save to XML file {path}."}},
-   {"NotWellFormed", "<VantoraMigration><MigrationVars>", true, false, false, Unchanged,
-    {"ERRO Failed to load XML file.Last Error: ", "ERRO Failed to load xml file from {path}.Last Error: "}},
-   {"WrongRoot", "<Migration><MigrationVars/></Migration>", true, false, false, Unchanged,
-    {"ERRO Invalid XML: Missing root 'VantoraMigration'Last Error: "}},
-};
-
-class UpdateXmlMacrosTest : public testing::TestWithParam<WriteBackCase>
+TEST(UpdateXmlMacros, Rows)
 {
-protected:
-   static void SetUpTestSuite()
-   {
-      scenario::PackageChanges changes;
-      changes.properties = {{L"VTR_SERVER", L"https://new.example"}, {L"VTR_LONG", scenario::Widen(Long)}};
-      session_ = new InstallerSession(changes);
-   }
-   static void TearDownTestSuite() { delete session_; }
-   static InstallerSession *session_;
-};
+   const UniqueMsiHandle session(
+      OpenSession({.properties = {{L"VTR_LONG", scenario::Widen(Long)}}}));
+   const wchar_t scratch[] = L"Software\\vtr-test-machine";
+   for (const auto &c : Cases) {
+      SCOPED_TRACE(c.label);
+      RegDeleteTreeW(HKEY_CURRENT_USER, scratch);
+      UniqueHkey machine, folders;
+      RegCreateKeyExW(HKEY_CURRENT_USER, scratch, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, machine.put(), nullptr);
+      if (c.type != REG_NONE) {
+         RegCreateKeyExW(machine.get(), L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders", 0,
+                         nullptr, 0, KEY_ALL_ACCESS, nullptr, folders.put(), nullptr);
+         RegSetValueExW(folders.get(), L"Common AppData", 0, c.type, reinterpret_cast<const BYTE *>(c.stored.c_str()),
+                        static_cast<DWORD>((c.stored.size() + 1) * sizeof(wchar_t)));
+      }
+      LogCapture capture;
+      const std::wstring path = capture.Directory() + L"\\vtrMigrateConf.xml";
+      scenario::WriteFileBytes(path, c.xml);
+      UniqueHandle reader(c.locked ? CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0,
+                                                 nullptr)
+                                   : nullptr);
 
-InstallerSession *UpdateXmlMacrosTest::session_ = nullptr;
+      ASSERT_EQ(RegOverridePredefKey(HKEY_LOCAL_MACHINE, machine.get()), ERROR_SUCCESS);
+      EXPECT_EQ(UpdateXmlMacros(c.session ? session.get() : 0, path), c.section != "");
+      RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
+      reader.reset();
 
-// The first MigrationVars element of the saved text, as written; empty if there is none.
-std::string SectionOf(const std::string &saved)
-{
-   const size_t begin = saved.find("<MigrationVars");
-   if (begin == std::string::npos) {
-      return "";
+      const std::string saved = scenario::ReadFileBytes(path);
+      EXPECT_TRUE(c.section.empty() ? saved == c.xml : saved.find(c.section) != std::string::npos) << saved;
+      std::vector<std::string> log;
+      for (const std::string &line : capture.Lines(path)) {
+         if (line.rfind("INFO Macro: ", 0) != 0) {
+            log.push_back(line);
+         }
+      }
+      EXPECT_EQ(log, c.log);
    }
-   const std::string empty = "<MigrationVars/>", close = "</MigrationVars>";
-   if (saved.compare(begin, empty.size(), empty) == 0) {
-      return empty;
-   }
-   return saved.substr(begin, saved.find(close, begin) + close.size() - begin);
+   RegDeleteTreeW(HKEY_CURRENT_USER, scratch);
 }
-
-TEST_P(UpdateXmlMacrosTest, WritesBack)
-{
-   const WriteBackCase &c = GetParam();
-   LogCapture capture;
-   const std::wstring path = capture.Directory() + L"\\vtrMigrateConf.xml";
-   FILE *file = _wfopen(path.c_str(), L"wb");
-   ASSERT_NE(file, nullptr);
-   fputs(c.xml.c_str(), file);
-   fclose(file);
-   UniqueHandle reader(c.locked ? CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0,
-                                              nullptr)
-                                : nullptr);
-
-   EXPECT_EQ(UpdateXmlMacros(c.session ? session_->Handle() : 0, path), c.saved);
-   reader.reset();
-
-   const std::string saved = scenario::ReadFileBytes(path);
-   if (c.section == Unchanged) {
-      EXPECT_EQ(saved, c.xml);
-   } else {
-      EXPECT_EQ(SectionOf(saved), c.section) << saved;
-   }
-   EXPECT_EQ(capture.Lines(path), c.log);
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, UpdateXmlMacrosTest, testing::ValuesIn(Cases),
-                         [](const testing::TestParamInfo<WriteBackCase> &info) { return info.param.label; });
 
 } // namespace

@@ -1,7 +1,16 @@
 #pragma once
 // Points the migration log at a fresh temporary directory for one test and reads it back.
+#include <windows.h>
+#include <msi.h>
+
 #include <string>
 #include <vector>
+
+#include "MsiScenario.h"
+
+// A session of a copy of the base package with `changes`, opened without UI as msiexec opens
+// one for its immediate actions; 0, and a failed test, when it can't be had.
+MSIHANDLE OpenSession(const scenario::PackageChanges &changes);
 
 class LogCapture
 {

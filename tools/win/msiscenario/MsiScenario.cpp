@@ -12,16 +12,6 @@
 namespace scenario {
 namespace {
 
-bool WriteFileBytes(const std::wstring &path, const std::string &bytes)
-{
-   FILE *file = _wfopen(path.c_str(), L"wb");
-   if (file == nullptr) {
-      return false;
-   }
-   const bool ok = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-   return fclose(file) == 0 && ok;
-}
-
 bool Execute(MSIHANDLE database, const std::wstring &sql, std::string &error)
 {
    UniqueMsiHandle view;
@@ -198,6 +188,16 @@ void DumpKey(HKEY parent, const std::wstring &path, const std::wstring &shownPat
 }
 
 } // namespace
+
+bool WriteFileBytes(const std::wstring &path, const std::string &bytes)
+{
+   FILE *file = _wfopen(path.c_str(), L"wb");
+   if (file == nullptr) {
+      return false;
+   }
+   const bool ok = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+   return fclose(file) == 0 && ok;
+}
 
 std::string ReadFileBytes(const std::wstring &path)
 {

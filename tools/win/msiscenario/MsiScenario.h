@@ -40,6 +40,7 @@ struct InstallResult {
 
 // The whole file, or empty when it can't be read.
 std::string ReadFileBytes(const std::wstring &path);
+bool WriteFileBytes(const std::wstring &path, const std::string &bytes);
 
 // Paths inside the Wine prefix, as the test process sees them.
 std::wstring TempDirectory();
