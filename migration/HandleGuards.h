@@ -6,6 +6,7 @@
 #include <msi.h>
 
 #include <cstdlib>
+#include <cstdio>
 #include <utility>
 
 template <typename T, auto Close>
@@ -56,6 +57,7 @@ using UniqueLocalMemory = UniqueResource<HLOCAL, &LocalFree>;
 using UniqueMsiHandle = UniqueResource<MSIHANDLE, &MsiCloseHandle>;
 using UniqueNetApiBuffer = UniqueResource<LPVOID, &NetApiBufferFree>;
 using UniqueMallocBlock = UniqueResource<void *, &std::free>;
+using UniqueFile = UniqueResource<FILE *, &fclose>;
 
 // A COM interface pointer, released once.
 template <typename Interface>

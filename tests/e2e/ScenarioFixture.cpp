@@ -1,18 +1,10 @@
 #include "ScenarioFixture.h"
 
-#include <cstdio>
-
 namespace {
 
 std::wstring BasePackagePath()
 {
-   std::wstring path = scenario::Widen(VTR_BASE_MSI);
-   for (wchar_t &c : path) {
-      if (c == L'/') {
-         c = L'\\';
-      }
-   }
-   return L"Z:" + path;
+   return scenario::FromUnixPath(scenario::Widen(VTR_BASE_MSI));
 }
 
 void ResetMachine()
@@ -58,11 +50,7 @@ scenario::InstallResult InstallScenario::Install(const scenario::PackageChanges 
 
 scenario::PackageChanges InstallScenario::DeferredWithDocument(const std::string &xml)
 {
-   FILE *file = _wfopen(DocumentPath().c_str(), L"wb");
-   if (file != nullptr) {
-      fwrite(xml.data(), 1, xml.size(), file);
-      fclose(file);
-   }
+   scenario::WriteFileBytes(DocumentPath(), xml);
    scenario::PackageChanges changes;
    changes.configXml = xml;
    changes.properties.push_back({L"MigrateConfigFilepath", DocumentPath()});

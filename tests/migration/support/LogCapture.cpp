@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 
 #include "MsiScenario.h"
@@ -46,4 +48,30 @@ std::string LogCapture::Contents() const
 std::vector<std::string> LogCapture::Entries() const
 {
    return scenario::SplitLogEntries(Contents());
+}
+
+std::vector<std::string> LogCapture::Lines(const std::wstring &path) const
+{
+   const std::string shown = scenario::Narrow(path);
+   std::vector<std::string> lines = scenario::CutErrorTexts(Entries());
+   for (std::string &line : lines) {
+      for (size_t at; !shown.empty() && (at = line.find(shown)) != std::string::npos;) {
+         line.replace(at, shown.size(), "{path}");
+      }
+   }
+   return lines;
+}
+
+MSIHANDLE OpenSession(const scenario::PackageChanges &changes)
+{
+   static unsigned serial = 0;
+   // Reused by the next run: the tests that open sessions never run beside each other.
+   const std::wstring package = scenario::TempDirectory() + L"vtrsession-" + std::to_wstring(++serial) + L".msi";
+   std::string error;
+   EXPECT_TRUE(scenario::BuildPackage(scenario::FromUnixPath(scenario::Widen(VTR_BASE_MSI)), package, changes, error))
+      << error;
+   MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
+   MSIHANDLE session = 0;
+   EXPECT_EQ(MsiOpenPackageW(package.c_str(), &session), 0u);
+   return session;
 }

@@ -1,5 +1,6 @@
 // The demo: an old vendor's installation in a fresh prefix, the package installed by
-// msiexec, and what the migration did.
+// msiexec with its own document, and what the migration did: the macro section as the
+// immediate action wrote it back, the log and the migrated keys.
 #include <windows.h>
 
 #include <cstdio>
@@ -19,6 +20,7 @@ void SeedOldInstallation()
    using namespace scenario;
    WriteString(HKEY_LOCAL_MACHINE, OldClientKey, L"ServerUrl", L"https://connect.example.net");
    WriteString(HKEY_LOCAL_MACHINE, OldClientKey, L"InstallPath", L"C:\\Program Files\\Eldrix\\Vantora Client");
+   WriteString(HKEY_LOCAL_MACHINE, OldClientKey, L"DataFolder", L"C:\\ProgramData\\Eldrix\\Vantora Client");
    WriteDword(HKEY_LOCAL_MACHINE, OldClientKey, L"LogLevel", 5);
    WriteDword(HKEY_LOCAL_MACHINE, OldClientKey, L"LegacyTray", 1);
    WriteDword(HKEY_LOCAL_MACHINE, std::wstring(OldClientKey) + L"\\Usb", L"AutoConnect", 1);
@@ -52,6 +54,22 @@ void PrintTree(const wchar_t *title, const std::wstring &path, HKEY root = HKEY_
    }
 }
 
+// The MigrationVars element of the document at `path`, one macro a line.
+std::string MacroSection(const std::wstring &path)
+{
+   const std::string text = scenario::ReadFileBytes(path);
+   const size_t begin = text.find("<MigrationVars");
+   const size_t end = text.find("</MigrationVars>");
+   if (begin == std::string::npos || end == std::string::npos) {
+      return "   (no macro section in " + scenario::Narrow(path) + ")";
+   }
+   std::string section = "   " + text.substr(begin, end + 16 - begin);
+   for (size_t at = 0; (at = section.find("><", at)) != std::string::npos; at += 5) {
+      section.replace(at, 2, ">\n   <");
+   }
+   return section;
+}
+
 } // namespace
 
 int wmain(int argc, wchar_t **argv)
@@ -72,39 +90,38 @@ int wmain(int argc, wchar_t **argv)
    PrintTree(L"old client policies", OldPolicyKey);
    PrintTree(L"old settings of the installing user", OldClientKey, HKEY_CURRENT_USER);
 
-   // Taking the document out of the package and resolving its installer macros are not
-   // built yet, so the deferred actions are handed the sample document directly.
-   const std::wstring document = work + L"\\vtrMigrateConf.xml";
-   const std::wstring package = work + L"\\demo.msi";
-   const std::string xml = scenario::ReadFileBytes(work + L"\\sample.xml");
-   FILE *file = _wfopen(document.c_str(), L"wb");
-   if (file == nullptr) {
-      fprintf(stderr, "can't write the document\n");
-      return 1;
-   }
-   fwrite(xml.data(), 1, xml.size(), file);
-   fclose(file);
+   printf("\n== The macro section of the package's vtrMigrateConf.xml\n%s\n",
+          MacroSection(work + L"\\sample.xml").c_str());
 
+   // A copy of the document is taken right after ExtractMigrConfig wrote it back: the user
+   // action deletes the original at its end.
+   const std::wstring package = work + L"\\demo.msi";
+   const std::wstring kept = work + L"\\written-back.xml";
    scenario::PackageChanges changes;
-   changes.configXml = xml;
-   changes.properties.push_back({L"MigrateConfigFilepath", document});
-   changes.skippedActions.push_back(L"ExtractMigrConfig");
+   changes.keptDocument = kept;
    std::string error;
    if (!scenario::BuildPackage(basePackage, package, changes, error)) {
       fprintf(stderr, "%s\n", error.c_str());
       return 1;
    }
 
-   printf("\n== Installing %s with msiexec /qn\n", scenario::Narrow(package).c_str());
-   const scenario::InstallResult result = scenario::InstallPackage(package);
+   const std::wstring properties = L"SERVERURL=https://connect.corvane.example";
+   printf("\n== Installing %s with msiexec /qn %s\n", scenario::Narrow(package).c_str(),
+          scenario::Narrow(properties).c_str());
+   const scenario::InstallResult result = scenario::InstallPackage(package, properties);
    printf("msiexec exit code: %lu\n", result.msiexecExitCode);
    for (const auto &[action, outcome] : result.actions) {
-      if (action.rfind(L"Set", 0) == 0 || action == L"InstallFinalize") {
+      if (action.rfind(L"Set", 0) == 0 || action == L"InstallFinalize" || action == L"KeepMigrationDocument") {
          continue;
       }
       printf("custom action %-20s %s\n", scenario::Narrow(action).c_str(),
              outcome.ran ? ("returned " + std::to_string(outcome.code)).c_str() : "did not run");
    }
+   const auto published = result.propertiesSet.find(L"MigrateConfigFilepath");
+   printf("MigrateConfigFilepath: %s\n",
+          published == result.propertiesSet.end() ? "(not set)" : scenario::Narrow(published->second).c_str());
+
+   printf("\n== The macro section as ExtractMigrConfig wrote it back\n%s\n", MacroSection(kept).c_str());
 
    printf("\n== %s\n%s", scenario::Narrow(scenario::MigrationLogPath()).c_str(), result.migrationLog.c_str());
 
@@ -118,7 +135,9 @@ int wmain(int argc, wchar_t **argv)
    const auto marker = scenario::ReadValue(HKEY_LOCAL_MACHINE, L"Software\\Corvane", L"MigrationDone");
    printf("\nmarker HKLM\\Software\\Corvane\\MigrationDone: %s\n",
           marker && marker->data.size() == 4 && marker->data[0] == 1 ? "1 (set)" : "not set");
-   printf("document %s after the install: %s\n", scenario::Narrow(document).c_str(),
-          GetFileAttributesW(document.c_str()) == INVALID_FILE_ATTRIBUTES ? "deleted" : "still there");
+   if (published != result.propertiesSet.end()) {
+      printf("document %s after the install: %s\n", scenario::Narrow(published->second).c_str(),
+             GetFileAttributesW(published->second.c_str()) == INVALID_FILE_ATTRIBUTES ? "deleted" : "still there");
+   }
    return 0;
 }

@@ -13,16 +13,6 @@
 namespace scenario {
 namespace {
 
-bool WriteFileBytes(const std::wstring &path, const std::string &bytes)
-{
-   FILE *file = _wfopen(path.c_str(), L"wb");
-   if (file == nullptr) {
-      return false;
-   }
-   const bool ok = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-   return fclose(file) == 0 && ok;
-}
-
 bool Execute(MSIHANDLE database, const std::wstring &sql, std::string &error)
 {
    UniqueMsiHandle view;
@@ -56,11 +46,7 @@ std::wstring WineStderrPath()
    if (length == 0 || length >= MAX_PATH) {
       return std::wstring();
    }
-   std::wstring path = L"Z:";
-   for (const wchar_t *c = unixPath; *c; ++c) {
-      path += *c == L'/' ? L'\\' : *c;
-   }
-   return path;
+   return FromUnixPath(unixPath);
 }
 
 long long FileSize(const std::wstring &path)
@@ -204,6 +190,16 @@ void DumpKey(HKEY parent, const std::wstring &path, const std::wstring &shownPat
 
 } // namespace
 
+bool WriteFileBytes(const std::wstring &path, const std::string &bytes)
+{
+   FILE *file = _wfopen(path.c_str(), L"wb");
+   if (file == nullptr) {
+      return false;
+   }
+   const bool ok = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+   return fclose(file) == 0 && ok;
+}
+
 std::string ReadFileBytes(const std::wstring &path)
 {
    std::string bytes;
@@ -250,16 +246,32 @@ std::wstring TempDirectory()
    return path;
 }
 
+std::wstring FromUnixPath(const std::wstring &unixPath)
+{
+   std::wstring path = L"Z:";
+   for (wchar_t c : unixPath) {
+      path += c == L'/' ? L'\\' : c;
+   }
+   return path;
+}
+
 std::wstring MigrationLogPath()
 {
    return TempDirectory() + L"MigrVantora.log";
 }
 
+std::wstring DocumentlessTwin(const std::wstring &basePackage)
+{
+   return basePackage.substr(0, basePackage.size() - 4) + L"-nodoc.msi";
+}
+
 bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePath, const PackageChanges &changes,
                   std::string &error)
 {
-   if (!CopyFileW(basePackage.c_str(), packagePath.c_str(), FALSE)) {
-      error = "can't copy " + Narrow(basePackage) + " to " + Narrow(packagePath);
+   const bool ownDocument = changes.configXml || changes.withoutConfigRow;
+   const std::wstring source = ownDocument ? DocumentlessTwin(basePackage) : basePackage;
+   if (!CopyFileW(source.c_str(), packagePath.c_str(), FALSE)) {
+      error = "can't copy " + Narrow(source) + " to " + Narrow(packagePath);
       return false;
    }
    SetFileAttributesW(packagePath.c_str(), FILE_ATTRIBUTE_NORMAL);
@@ -270,31 +282,28 @@ bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePa
       return false;
    }
 
-   if (changes.configXml) {
+   if (changes.configXml && !changes.withoutConfigRow) {
       const std::wstring streamFile = packagePath + L".conf.xml";
       if (!WriteFileBytes(streamFile, *changes.configXml)) {
          error = "can't write " + Narrow(streamFile);
          return false;
       }
+      UniqueMsiHandle record(MsiCreateRecord(2));
+      MsiRecordSetStringW(record.get(), 1, L"vtrMigrateConf.xml");
+      UINT status = MsiRecordSetStreamW(record.get(), 2, streamFile.c_str());
       UniqueMsiHandle view;
-      UniqueMsiHandle record;
-      UINT status = MsiDatabaseOpenViewW(
-         database.get(), L"SELECT `Name`, `Data` FROM `Binary` WHERE `Name`='vtrMigrateConf.xml'", view.put());
       if (status == ERROR_SUCCESS) {
-         status = MsiViewExecute(view.get(), 0);
+         status = MsiDatabaseOpenViewW(database.get(), L"INSERT INTO `Binary` (`Name`, `Data`) VALUES (?, ?)",
+                                       view.put());
       }
       if (status == ERROR_SUCCESS) {
-         status = MsiViewFetch(view.get(), record.put());
+         status = MsiViewExecute(view.get(), record.get());
       }
-      if (status == ERROR_SUCCESS) {
-         status = MsiRecordSetStreamW(record.get(), 2, streamFile.c_str());
-      }
-      if (status == ERROR_SUCCESS) {
-         status = MsiViewModify(view.get(), MSIMODIFY_UPDATE, record.get());
-      }
+      view.reset();
+      record.reset();
       DeleteFileW(streamFile.c_str());
       if (status != ERROR_SUCCESS) {
-         error = "can't replace the configuration stream (" + std::to_string(status) + ")";
+         error = "can't add the configuration stream (" + std::to_string(status) + ")";
          return false;
       }
    }
@@ -314,6 +323,19 @@ bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePa
          return false;
       }
    }
+   // An immediate copy step (EXE in a directory, return ignored), only when there is a path to copy.
+   if (!changes.keptDocument.empty() &&
+       (!Execute(database.get(),
+                 L"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('KeepMigrationDocument', 98, "
+                 L"'TARGETDIR', 'cmd.exe /c copy /y \"[MigrateConfigFilepath]\" \"" +
+                    Quoted(changes.keptDocument) + L"\"')",
+                 error) ||
+        !Execute(database.get(),
+                 L"INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES "
+                 L"('KeepMigrationDocument', 'MigrateConfigFilepath', 1515)",
+                 error))) {
+      return false;
+   }
    if (MsiDatabaseCommit(database.get()) != ERROR_SUCCESS) {
       error = "can't commit " + Narrow(packagePath);
       return false;
@@ -321,7 +343,7 @@ bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePa
    return true;
 }
 
-InstallResult InstallPackage(const std::wstring &packagePath)
+InstallResult InstallPackage(const std::wstring &packagePath, const std::wstring &properties)
 {
    InstallResult result;
    DeleteFileW(MigrationLogPath().c_str());
@@ -331,7 +353,8 @@ InstallResult InstallPackage(const std::wstring &packagePath)
    const std::wstring tracePath = WineStderrPath();
    const long long traceStart = tracePath.empty() ? 0 : FileSize(tracePath);
    result.msiexecExitCode =
-      RunProcess(L"msiexec.exe /i \"" + packagePath + L"\" /qn /l*v \"" + verboseLog + L"\"", outputPath, L"+msi");
+      RunProcess(L"msiexec.exe /i \"" + packagePath + L"\" /qn /l*v \"" + verboseLog + L"\" " + properties, outputPath,
+                 L"+msi");
 
    if (!tracePath.empty()) {
       result.installerTrace = ReadFileTail(tracePath, traceStart);
@@ -368,6 +391,15 @@ std::vector<std::string> SplitLogEntries(const std::string &log)
       } else if (!entries.empty()) {
          entries.back() += "\n" + line;
       }
+   }
+   return entries;
+}
+
+std::vector<std::string> CutErrorTexts(std::vector<std::string> entries)
+{
+   static const std::regex withCode(R"(^([\s\S]*Last Error: )[\s\S]* \(code: \d+\)$)");
+   for (std::string &entry : entries) {
+      entry = std::regex_replace(entry, withCode, "$1");
    }
    return entries;
 }

@@ -13,8 +13,12 @@ namespace scenario {
 // What distinguishes one scenario's package from the base package.
 struct PackageChanges {
    std::optional<std::string> configXml;                          // replaces the Binary stream
+   bool withoutConfigRow = false;                                 // no Binary row for the document
    std::vector<std::pair<std::wstring, std::wstring>> properties; // added to the Property table
    std::vector<std::wstring> skippedActions;                      // sequenced with condition 0
+   // Where a copy of the document is made right after ExtractMigrConfig has written it back,
+   // before the deferred actions use and delete it.
+   std::wstring keptDocument;
 };
 
 // An action's result as the installer saw it. `code` is the number the DLL returned, as far
@@ -36,12 +40,18 @@ struct InstallResult {
 
 // The whole file, or empty when it can't be read.
 std::string ReadFileBytes(const std::wstring &path);
+bool WriteFileBytes(const std::wstring &path, const std::string &bytes);
 
 // Paths inside the Wine prefix, as the test process sees them.
 std::wstring TempDirectory();
+// A Unix path as the prefix's Z: drive shows it.
+std::wstring FromUnixPath(const std::wstring &unixPath);
 std::wstring MigrationLogPath();
 
-// Writes a copy of `basePackage` at `packagePath` with the changes applied.
+// Writes a copy of `basePackage` at `packagePath` with the changes applied. A package with
+// a document of its own, or none, is built from the base package's documentless twin, the
+// file beside it whose name ends in "-nodoc.msi": Wine's msi keeps a stream that a file
+// already holds.
 bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePath, const PackageChanges &changes,
                   std::string &error);
 
@@ -49,13 +59,17 @@ bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePa
 // MigrVantora.log is removed first, so the result holds exactly this run's lines. msi's
 // trace is read from the file that receives Wine's debug output (VTR_WINE_STDERR, a Unix
 // path); without it the installer's return values stay unknown.
-InstallResult InstallPackage(const std::wstring &packagePath);
+// `properties` ("NAME=value ...") go on the command line.
+InstallResult InstallPackage(const std::wstring &packagePath, const std::wstring &properties = L"");
 
 // Removes the product that `packagePath` installs, if it is installed.
 void UninstallPackage(const std::wstring &packagePath);
 
 // Splits a migration log into entries (see InstallResult::logEntries).
 std::vector<std::string> SplitLogEntries(const std::string &log);
+// The entries with the system's text behind "Last Error: " cut off, once its code part has
+// been seen: what stays is the same on every system language.
+std::vector<std::string> CutErrorTexts(std::vector<std::string> entries);
 
 // Reads which custom actions ran and what they returned from msi's trace.
 std::map<std::wstring, ActionOutcome> ParseActionOutcomes(const std::string &trace);
