@@ -280,7 +280,7 @@ size_t LogFormatCut(char *buffer, size_t size, const char *format, va_list args)
    return length + 1 < size ? LogEndLine(buffer, length) : LogCutAtWholeCharacter(buffer, size);
 }
 
-void LogV(uint32_t word, const char *format, va_list args)
+void LogFormatAndWrite(uint32_t word, const char *format, va_list args)
 {
    uint32_t level = word & 31;
    uint32_t module = word >> LOG_MODULE_SHIFT;
@@ -353,6 +353,14 @@ void LogV(uint32_t word, const char *format, va_list args)
    }
 }
 
+// Whatever the log does, the caller finds the last error as it left it.
+void LogV(uint32_t word, const char *format, va_list args)
+{
+   uint32_t lastError = Platform_GetLastError();
+   LogFormatAndWrite(word, format, args);
+   Platform_SetLastError(lastError);
+}
+
 } // namespace
 
 size_t LogCutAtWholeCharacter(char *buffer, size_t size)
@@ -368,32 +376,26 @@ size_t LogCutAtWholeCharacter(char *buffer, size_t size)
 
 void Log(const char *format, ...)
 {
-   uint32_t lastError = Platform_GetLastError();
    va_list args;
    va_start(args, format);
    LogV(LOG_LEVEL_INFO, format, args);
    va_end(args);
-   Platform_SetLastError(lastError);
 }
 
 void Warning(const char *format, ...)
 {
-   uint32_t lastError = Platform_GetLastError();
    va_list args;
    va_start(args, format);
    LogV(LOG_LEVEL_WARNING, format, args);
    va_end(args);
-   Platform_SetLastError(lastError);
 }
 
 void LogAt(uint32_t level, const char *format, ...)
 {
-   uint32_t lastError = Platform_GetLastError();
    va_list args;
    va_start(args, format);
    LogV(level, format, args);
    va_end(args);
-   Platform_SetLastError(lastError);
 }
 
 void Log_SetLevels(uint32_t module, int32_t fileLevel, int32_t stderrLevel)

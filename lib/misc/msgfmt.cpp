@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "misc/dynbuf.h"
 #include "misc/panic.h"
 #include "string/str.h"
 
@@ -387,61 +388,37 @@ void MsgFmt_FreeArgs(MsgFmtArg *args, int count)
 namespace {
 
 struct MsgFmtOutput {
-   char *buffer;
-   size_t length;
-   size_t capacity;  // always above length: room for the terminator
+   DynBuf text;  // not terminated until the end
    const MsgFmtArg *args;
    int count;
 };
 
-bool MsgFmtReserve(MsgFmtOutput *out, size_t needed)
-{
-   if (needed <= out->capacity) {
-      return true;
-   }
-   size_t capacity = out->capacity;
-   while (capacity < needed) {
-      capacity *= 2;
-   }
-   char *grown = static_cast<char *>(realloc(out->buffer, capacity));
-   if (grown == nullptr) {
-      return false;
-   }
-   out->buffer = grown;
-   out->capacity = capacity;
-   return true;
-}
-
 int MsgFmtAppendLiteral(void *clientData, const char *text, size_t length)
 {
-   auto *out = static_cast<MsgFmtOutput *>(clientData);
-   if (!MsgFmtReserve(out, out->length + length + 1)) {
-      return -1;
-   }
-   memcpy(out->buffer + out->length, text, length);
-   out->length += length;
-   return 0;
+   return DynBuf_Append(&static_cast<MsgFmtOutput *>(clientData)->text, text, length) ? 0 : -1;
 }
 
 // One conversion through the formatting engine, straight into the output.
 int MsgFmtAppendValue(MsgFmtOutput *out, const char *format, ...)
 {
-   for (;;) {
+   DynBuf *text = &out->text;
+   for (size_t needed = text->size + 1;; ) {
+      if (!DynBuf_Enlarge(text, needed)) {
+         return -1;
+      }
       va_list args;
       va_start(args, format);
-      char *target = out->buffer + out->length;
-      int n = bsd_vsnprintf(&target, out->capacity - out->length, format, args);
+      char *target = text->data + text->size;
+      int n = bsd_vsnprintf(&target, text->allocated - text->size, format, args);
       va_end(args);
       if (n < 0) {
          return -1;
       }
-      if (static_cast<size_t>(n) < out->capacity - out->length) {
-         out->length += static_cast<size_t>(n);
+      if (static_cast<size_t>(n) < text->allocated - text->size) {
+         text->size += static_cast<size_t>(n);
          return 0;
       }
-      if (!MsgFmtReserve(out, out->length + static_cast<size_t>(n) + 1)) {
-         return -1;
-      }
+      needed = text->size + static_cast<size_t>(n) + 1;
    }
 }
 
@@ -502,7 +479,7 @@ int MsgFmtFormatSpec(void *clientData, const char *pos, size_t posLength, const 
                 wanted == MSGFMT_ARG_STRING16 ? 'S' : wanted == MSGFMT_ARG_STRING8 ? 's'
                 : conversion == 'F'           ? 'f'
                                               : conversion);
-   size_t start = out->length;
+   size_t start = out->text.size;
    int status;
    switch (wanted) {
    case MSGFMT_ARG_INT32:
@@ -517,8 +494,8 @@ int MsgFmtFormatSpec(void *clientData, const char *pos, size_t posLength, const 
    case MSGFMT_ARG_FLOAT64:
       status = MsgFmtAppendValue(out, spec, arg->v.float64);
       if (status == 0 && conversion == 'F' && !std::isfinite(arg->v.float64)) {
-         for (size_t i = start; i < out->length; i++) {
-            out->buffer[i] = static_cast<char>(toupper(static_cast<unsigned char>(out->buffer[i])));
+         for (size_t i = start; i < out->text.size; i++) {
+            out->text.data[i] = static_cast<char>(toupper(static_cast<unsigned char>(out->text.data[i])));
          }
       }
       break;
@@ -541,18 +518,16 @@ int MsgFmtFormatSpec(void *clientData, const char *pos, size_t posLength, const 
 
 char *MsgFmt_Format(const char *format, const MsgFmtArg *args, int count, size_t *outLength)
 {
-   size_t capacity = (strlen(format) + 1 + 63) / 64 * 64;
-   MsgFmtOutput out = {static_cast<char *>(malloc(capacity)), 0, capacity, args, count};
-   if (out.buffer == nullptr) {
+   MsgFmtOutput out = {{}, args, count};
+   DynBuf_Init(&out.text);
+   if (!DynBuf_Enlarge(&out.text, (strlen(format) + 1 + 63) / 64 * 64) ||
+       MsgFmt_Parse(MsgFmtAppendLiteral, MsgFmtFormatSpec, &out, format) != 0 ||
+       !DynBuf_Append(&out.text, "", 1)) {
+      DynBuf_Destroy(&out.text);
       return nullptr;
    }
-   if (MsgFmt_Parse(MsgFmtAppendLiteral, MsgFmtFormatSpec, &out, format) != 0) {
-      free(out.buffer);
-      return nullptr;
-   }
-   out.buffer[out.length] = '\0';
    if (outLength != nullptr) {
-      *outLength = out.length;
+      *outLength = out.text.size - 1;
    }
-   return out.buffer;
+   return DynBuf_Detach(&out.text);
 }

@@ -76,26 +76,13 @@ DictionaryNumberStatus DictionaryParseInt32(const char *text, int32_t *value)
    return status;
 }
 
-DictionaryNumberStatus DictionaryParseInt64(const char *text, int64_t *value)
+// strtoll or strtod: ERANGE is out of range, and the whole text must be the number.
+template <typename Number, typename Convert>
+DictionaryNumberStatus DictionaryParseNumber(const char *text, Convert convert, Number *value)
 {
    errno = 0;
    char *end;
-   long long number = strtoll(text, &end, 0);
-   if (end != text && errno == ERANGE) {
-      return NumberOutOfRange;
-   }
-   DictionaryNumberStatus status = DictionaryEndStatus(text, end);
-   if (status == NumberOk) {
-      *value = number;
-   }
-   return status;
-}
-
-DictionaryNumberStatus DictionaryParseDouble(const char *text, double *value)
-{
-   errno = 0;
-   char *end;
-   double number = strtod(text, &end);
+   Number number = convert(text, &end);
    if (end != text && errno == ERANGE) {
       return NumberOutOfRange;
    }
@@ -242,7 +229,9 @@ void DictionaryParseValue(const char *name, const char *text, DictionaryValueTyp
       }
       return;
    case DictionaryTypeInt64:
-      status = DictionaryParseInt64(number, &value->int64Value);
+      status = DictionaryParseNumber(
+         number, [](const char *t, char **e) -> int64_t { return strtoll(t, e, 0); },
+         &value->int64Value);
       if (status != NumberOk) {
          value->int64Value = defaultValue != nullptr ? fallback.int64Value : value->int64Value;
          MsgList_Append(messages,
@@ -255,7 +244,7 @@ void DictionaryParseValue(const char *name, const char *text, DictionaryValueTyp
       }
       return;
    default:
-      status = DictionaryParseDouble(number, &value->doubleValue);
+      status = DictionaryParseNumber(number, strtod, &value->doubleValue);
       if (status != NumberOk) {
          value->doubleValue =
             defaultValue != nullptr ? fallback.doubleValue : value->doubleValue;
