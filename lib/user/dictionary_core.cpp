@@ -183,80 +183,80 @@ void DictionaryParseValue(const char *name, const char *text, DictionaryValueTyp
    if (type <= DictionaryTypeAny || type > DictionaryTypeInt64) {
       Panic("NOT_REACHED %s:%d\n", "lib/user/dictionary_core", 361);
    }
-   DictionaryValue fallback;
-   if (defaultValue != nullptr) {
-      DictionaryReadValue(type, defaultValue, &fallback);
-   }
-   const char *number = text != nullptr ? text : "";
-   DictionaryNumberStatus status = NumberOk;
-   bool invalid = false;
-   switch (type) {
-   case DictionaryTypeString:
+   if (type == DictionaryTypeString) {
       value->text = const_cast<char *>(text);
       return;
+   }
+   // A number that fails keeps what the target held; a word that fails, the parser's answer.
+   DictionaryValue parsed = *value;
+   const char *number = text != nullptr ? text : "";
+   const char *message = nullptr;
+   bool invalid = false;
+   DictionaryNumberStatus status;
+   switch (type) {
    case DictionaryTypeBool:
-      value->boolValue = DictionaryParseBool(text, &invalid);
-      if (invalid) {
-         value->boolValue = defaultValue != nullptr ? fallback.boolValue : value->boolValue;
-         MsgList_Append(messages,
-                        "@&!*@*@(msg.dictionary.notBoolean)Value \"%s\" for variable \"%s\" "
-                        "is not a valid boolean value. Using value \"%s\".\n",
-                        text, name, value->boolValue ? "TRUE" : "FALSE");
-      }
-      return;
+      parsed.boolValue = DictionaryParseBool(text, &invalid);
+      message = invalid ? "@&!*@*@(msg.dictionary.notBoolean)Value \"%s\" for variable \"%s\" "
+                          "is not a valid boolean value. Using value \"%s\".\n"
+                        : nullptr;
+      break;
    case DictionaryTypeTristate:
-      value->tristateValue = DictionaryParseTristate(text, &invalid);
-      if (invalid) {
-         value->tristateValue =
-            defaultValue != nullptr ? fallback.tristateValue : value->tristateValue;
-         MsgList_Append(messages,
-                        "@&!*@*@(msg.dictionary.notTristate)Value \"%s\" for variable \"%s\" "
-                        "is not a valid tristate value. Using value \"%s\".\n",
-                        text, name, DictionaryTristateWord(value->tristateValue));
-      }
-      return;
+      parsed.tristateValue = DictionaryParseTristate(text, &invalid);
+      message = invalid ? "@&!*@*@(msg.dictionary.notTristate)Value \"%s\" for variable \"%s\" "
+                          "is not a valid tristate value. Using value \"%s\".\n"
+                        : nullptr;
+      break;
    case DictionaryTypeInt:
-      status = DictionaryParseInt32(number, &value->intValue);
-      if (status != NumberOk) {
-         value->intValue = defaultValue != nullptr ? fallback.intValue : value->intValue;
-         MsgList_Append(messages,
-                        status == NumberOutOfRange
-                           ? "@&!*@*@(msg.dictionary.integerOutOfRange)Value \"%s\" for "
-                             "variable \"%s\" is out of range. Using value \"%d\".\n"
-                           : "@&!*@*@(msg.dictionary.notInteger)Value \"%s\" for variable "
-                             "\"%s\" is not a valid integer value. Using value \"%d\".\n",
-                        text, name, value->intValue);
-      }
-      return;
+      status = DictionaryParseInt32(number, &parsed.intValue);
+      message = status == NumberOk ? nullptr
+                : status == NumberOutOfRange
+                   ? "@&!*@*@(msg.dictionary.integerOutOfRange)Value \"%s\" for variable "
+                     "\"%s\" is out of range. Using value \"%d\".\n"
+                   : "@&!*@*@(msg.dictionary.notInteger)Value \"%s\" for variable \"%s\" is "
+                     "not a valid integer value. Using value \"%d\".\n";
+      break;
    case DictionaryTypeInt64:
       status = DictionaryParseNumber(
          number, [](const char *t, char **e) -> int64_t { return strtoll(t, e, 0); },
-         &value->int64Value);
-      if (status != NumberOk) {
-         value->int64Value = defaultValue != nullptr ? fallback.int64Value : value->int64Value;
-         MsgList_Append(messages,
-                        status == NumberOutOfRange
-                           ? "@&!*@*@(msg.dictionary.integer64OutOfRange)Value \"%s\" for "
-                             "variable \"%s\" is out of range. Using value \"%I64d\".\n"
-                           : "@&!*@*@(msg.dictionary.notInteger64)Value \"%s\" for variable "
-                             "\"%s\" is not a valid integer value. Using value \"%I64d\".\n",
-                        text, name, value->int64Value);
-      }
-      return;
+         &parsed.int64Value);
+      message = status == NumberOk ? nullptr
+                : status == NumberOutOfRange
+                   ? "@&!*@*@(msg.dictionary.integer64OutOfRange)Value \"%s\" for variable "
+                     "\"%s\" is out of range. Using value \"%I64d\".\n"
+                   : "@&!*@*@(msg.dictionary.notInteger64)Value \"%s\" for variable \"%s\" "
+                     "is not a valid integer value. Using value \"%I64d\".\n";
+      break;
    default:
-      status = DictionaryParseNumber(number, strtod, &value->doubleValue);
-      if (status != NumberOk) {
-         value->doubleValue =
-            defaultValue != nullptr ? fallback.doubleValue : value->doubleValue;
-         MsgList_Append(messages,
-                        status == NumberOutOfRange
-                           ? "@&!*@*@(msg.dictionary.doubleOutOfRange)Value \"%s\" for "
-                             "variable \"%s\" is out of range. Using value \"%f\".\n"
-                           : "@&!*@*@(msg.dictionary.notFloat)Value \"%s\" for variable "
-                             "\"%s\" is not a valid floating point value. Using value "
-                             "\"%f\".\n",
-                        text, name, value->doubleValue);
-      }
+      status = DictionaryParseNumber(number, strtod, &parsed.doubleValue);
+      message = status == NumberOk ? nullptr
+                : status == NumberOutOfRange
+                   ? "@&!*@*@(msg.dictionary.doubleOutOfRange)Value \"%s\" for variable "
+                     "\"%s\" is out of range. Using value \"%f\".\n"
+                   : "@&!*@*@(msg.dictionary.notFloat)Value \"%s\" for variable \"%s\" is "
+                     "not a valid floating point value. Using value \"%f\".\n";
+   }
+   if (message != nullptr && defaultValue != nullptr) {
+      DictionaryReadValue(type, defaultValue, &parsed);
+   }
+   *value = parsed;
+   if (message == nullptr) {
+      return;
+   }
+   switch (type) {
+   case DictionaryTypeBool:
+      MsgList_Append(messages, message, text, name, value->boolValue ? "TRUE" : "FALSE");
+      break;
+   case DictionaryTypeTristate:
+      MsgList_Append(messages, message, text, name, DictionaryTristateWord(value->tristateValue));
+      break;
+   case DictionaryTypeInt:
+      MsgList_Append(messages, message, text, name, value->intValue);
+      break;
+   case DictionaryTypeInt64:
+      MsgList_Append(messages, message, text, name, value->int64Value);
+      break;
+   default:
+      MsgList_Append(messages, message, text, name, value->doubleValue);
    }
 }
 
