@@ -1,8 +1,8 @@
 // The dictionary's conversions of a setting's text against the C library's: a 64-bit
 // integer as strtoll reads it, a 32-bit one as a 32-bit strtol and then strtoul would
 // (magnitudes up to 0xFFFFFFFF, a '-' negating), a double as strtod. A text they refuse,
-// with a character left behind or no number at all, keeps the default and leaves the one
-// message of its kind. A tristate agrees with the boolean wherever that is valid.
+// with a character left behind or no number at all, keeps the default 7 and leaves the
+// one message of its kind. A tristate agrees with the boolean wherever that is valid.
 
 #include <cerrno>
 #include <cmath>
@@ -16,27 +16,26 @@
 
 namespace {
 
-[[noreturn]] void Fail() { __builtin_trap(); }
-
-// The message key left (empty for none) and the value stored, with 7 as the default.
-std::string Parse(const char *text, DictionaryValueType type, DictionaryValue *value)
+// `verdict` is what the C library made of the text ("", "range" or "invalid") and `read`
+// the value it read.
+void Expect(const char *text, DictionaryValueType type, const char *verdict,
+            const char *rangeKey, const char *invalidKey, DictionaryValue read)
 {
-   DictionaryValue fallback;
+   DictionaryValue value = {}, fallback;
    fallback.int64Value = 7;
-   if (type == DictionaryTypeDouble) {
-      fallback.doubleValue = 7;
-   }
+   fallback.doubleValue = type == DictionaryTypeDouble ? 7 : fallback.doubleValue;
    MsgList *messages = nullptr;
-   DictionaryParseValue("v", text, type, &fallback, value, &messages);
-   std::string id = messages != nullptr ? messages->id : "";
+   DictionaryParseValue("v", text, type, &fallback, &value, &messages);
+   std::string key = messages != nullptr ? messages->id : "";
    MsgList_Free(messages);
-   return id;
-}
-
-// What the C library makes of the text: "" for a number, else the kind of failure.
-const char *Verdict(const char *text, const char *end, bool outOfRange)
-{
-   return outOfRange ? "range" : end == text || *end != '\0' ? "invalid" : "";
+   DictionaryValue want = *verdict == '\0' ? read : fallback;
+   bool same = type == DictionaryTypeInt     ? value.intValue == want.intValue
+               : type == DictionaryTypeInt64 ? value.int64Value == want.int64Value
+               : memcmp(&value.doubleValue, &want.doubleValue, sizeof(double)) == 0 ||
+                    (std::isnan(value.doubleValue) && std::isnan(want.doubleValue));
+   if (!same || key != (*verdict == '\0' ? "" : *verdict == 'r' ? rangeKey : invalidKey)) {
+      __builtin_trap();
+   }
 }
 
 } // namespace
@@ -46,46 +45,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
    std::string input(reinterpret_cast<const char *>(data), size);
    const char *text = input.c_str();
    char *end;
-   DictionaryValue value;
-
+   auto verdict = [&](bool outOfRange) {
+      return outOfRange ? "range" : end == text || *end != '\0' ? "invalid" : "";
+   };
+   DictionaryValue read;
    errno = 0;
-   long long wide = strtoll(text, &end, 0);
-   std::string verdict = Verdict(text, end, end != text && errno == ERANGE);
-   std::string id = Parse(text, DictionaryTypeInt64, &value);
-   if (id != (verdict == "" ? "" : verdict == "range" ? "msg.dictionary.integer64OutOfRange"
-                                                      : "msg.dictionary.notInteger64") ||
-       value.int64Value != (verdict == "" ? wide : 7)) {
-      Fail();
-   }
-
-   bool beyond32 = verdict == "range" ||
-                   (end != text && (wide > int64_t{UINT32_MAX} || wide < -int64_t{UINT32_MAX}));
-   verdict = Verdict(text, end, beyond32);
-   int32_t narrow = static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(wide)));
-   id = Parse(text, DictionaryTypeInt, &value);
-   if (id != (verdict == "" ? "" : verdict == "range" ? "msg.dictionary.integerOutOfRange"
-                                                      : "msg.dictionary.notInteger") ||
-       value.intValue != (verdict == "" ? narrow : 7)) {
-      Fail();
-   }
-
+   read.int64Value = strtoll(text, &end, 0);
+   bool overflow = end != text && errno == ERANGE;
+   Expect(text, DictionaryTypeInt64, verdict(overflow), "msg.dictionary.integer64OutOfRange",
+          "msg.dictionary.notInteger64", read);
+   overflow |= end != text && (read.int64Value > int64_t{UINT32_MAX} ||
+                               read.int64Value < -int64_t{UINT32_MAX});
+   read.intValue = static_cast<int32_t>(static_cast<uint32_t>(read.int64Value));
+   Expect(text, DictionaryTypeInt, verdict(overflow), "msg.dictionary.integerOutOfRange",
+          "msg.dictionary.notInteger", read);
    errno = 0;
-   double real = strtod(text, &end);
-   verdict = Verdict(text, end, end != text && errno == ERANGE);
-   id = Parse(text, DictionaryTypeDouble, &value);
-   double want = verdict == "" ? real : 7;
-   if (id != (verdict == "" ? "" : verdict == "range" ? "msg.dictionary.doubleOutOfRange"
-                                                      : "msg.dictionary.notFloat") ||
-       (memcmp(&value.doubleValue, &want, sizeof want) != 0 &&
-        !(std::isnan(want) && std::isnan(value.doubleValue)))) {
-      Fail();
-   }
+   read.doubleValue = strtod(text, &end);
+   Expect(text, DictionaryTypeDouble, verdict(end != text && errno == ERANGE),
+          "msg.dictionary.doubleOutOfRange", "msg.dictionary.notFloat", read);
 
    bool notBool, notTristate;
    bool flag = DictionaryParseBool(text, &notBool);
    int32_t tristate = DictionaryParseTristate(text, &notTristate);
    if (!notBool && (notTristate || tristate != (flag ? 1 : 0))) {
-      Fail();
+      __builtin_trap();
    }
    return 0;
 }

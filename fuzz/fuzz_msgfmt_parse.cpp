@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "misc/msgfmt.h"
@@ -14,28 +15,21 @@
 
 namespace {
 
-[[noreturn]] void Fail() { __builtin_trap(); }
+typedef std::vector<std::pair<std::string, std::string>> Pieces;  // (position, text)
 
-struct Piece {
-   std::string pos, text;  // pos empty for a literal
-   bool operator==(const Piece &) const = default;
-};
-
-std::vector<Piece> Pieces(const std::string &format, int *status)
+int Parse(const std::string &format, Pieces *pieces)
 {
-   std::vector<Piece> pieces;
-   *status = MsgFmt_Parse(
+   return MsgFmt_Parse(
       [](void *to, const char *text, size_t length) {
-         static_cast<std::vector<Piece> *>(to)->push_back({"", std::string(text, length)});
+         static_cast<Pieces *>(to)->emplace_back("", std::string(text, length));
          return 0;
       },
       [](void *to, const char *pos, size_t posLength, const char *type, size_t typeLength) {
-         static_cast<std::vector<Piece> *>(to)->push_back(
-            {std::string(pos, posLength), std::string(type, typeLength)});
+         static_cast<Pieces *>(to)->emplace_back(std::string(pos, posLength),
+                                                 std::string(type, typeLength));
          return 0;
       },
-      &pieces, format.c_str());
-   return pieces;
+      pieces, format.c_str());
 }
 
 } // namespace
@@ -44,43 +38,39 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
    std::string format(reinterpret_cast<const char *>(data), size);
    format.resize(format.find('\0') != std::string::npos ? format.find('\0') : size);
-   int status;
-   std::vector<Piece> pieces = Pieces(format, &status);
-   if (status != 0) {
-      if (status != -2) {
-         Fail();
-      }
-      return 0;
+   Pieces pieces, reparsed;
+   int status = Parse(format, &pieces);
+   if (status != 0 && status != -2) {
+      __builtin_trap();
    }
    std::string again, literal;
    bool hasSpecifier = false;
-   for (const Piece &p : pieces) {
-      if (p.pos.empty()) {
-         literal += p.text;
-         for (char c : p.text) {
+   for (const auto &[pos, text] : pieces) {
+      if (pos.empty()) {
+         literal += text;
+         for (char c : text) {
             again += c == '%' ? "%%" : std::string(1, c);
          }
          continue;
       }
       hasSpecifier = true;
-      again += "%" + p.pos + "$" + p.text;
+      again += "%" + pos + "$" + text;
       int position, flags, width, precision;
       char length, conversion;
-      int split = MsgFmt_ParseSpec(p.pos.data(), p.pos.size(), p.text.data(), p.text.size(),
-                                   &position, &flags, &width, &precision, &length, &conversion);
-      if ((split != 0 && split != -2) || (split == 0 && conversion != p.text.back())) {
-         Fail();
+      int split = MsgFmt_ParseSpec(pos.data(), pos.size(), text.data(), text.size(), &position,
+                                   &flags, &width, &precision, &length, &conversion);
+      if ((split != 0 && split != -2) || (split == 0 && conversion != text.back())) {
+         __builtin_trap();
       }
    }
-   int againStatus;
-   if (Pieces(again, &againStatus) != pieces || againStatus != 0) {
-      Fail();
+   if (status == 0 && (Parse(again, &reparsed) != 0 || reparsed != pieces)) {
+      __builtin_trap();
    }
-   if (!hasSpecifier) {
+   if (status == 0 && !hasSpecifier) {
       char *formatted = MsgFmt_Format(format.c_str(), nullptr, 0, nullptr);
       char *printed = Str_Asprintf(nullptr, format.c_str());
       if (formatted == nullptr || printed == nullptr || literal != formatted || literal != printed) {
-         Fail();
+         __builtin_trap();
       }
       free(formatted);
       free(printed);

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <string>
 
 #include "string/str.h"
@@ -12,6 +11,18 @@
 #include "user/msg.h"
 
 namespace {
+
+std::string Shown(DictionaryValueType type, const DictionaryValue *value)
+{
+   char *text = type == DictionaryTypeDouble   ? Str_Asprintf(nullptr, "%g", value->doubleValue)
+                : type == DictionaryTypeInt64  ? Str_Asprintf(nullptr, "%I64d", value->int64Value)
+                : type == DictionaryTypeBool   ? Str_Asprintf(nullptr, "%d", value->boolValue)
+                : type == DictionaryTypeString ? Str_Asprintf(nullptr, "%s", value->text)
+                                               : Str_Asprintf(nullptr, "%d", value->intValue);
+   std::string shown = text;
+   free(text);
+   return shown;
+}
 
 // The value stored and the key of the message left, "value|key". The target holds 99 (or
 // 9.5) before; a default is 7 (7.5, true, -1 undecided).
@@ -27,19 +38,14 @@ std::string Parse(DictionaryValueType type, const char *text, bool withDefault,
    }
    MsgList *messages = nullptr;
    DictionaryParseValue("n", text, type, withDefault ? &fallback : nullptr, &value, &messages);
-   char *shown = type == DictionaryTypeDouble ? Str_Asprintf(nullptr, "%g", value.doubleValue)
-                 : type == DictionaryTypeInt64 ? Str_Asprintf(nullptr, "%I64d", value.int64Value)
-                 : type == DictionaryTypeBool  ? Str_Asprintf(nullptr, "%d", value.boolValue)
-                                               : Str_Asprintf(nullptr, "%d", value.intValue);
-   std::string result = std::string(shown) + "|" + (messages != nullptr ? messages->id : "");
+   std::string result = Shown(type, &value) + "|" + (messages != nullptr ? messages->id : "");
    if (message != nullptr) {
-      DynBuf text;
-      DynBuf_Init(&text);
-      MsgFormatList(messages, nullptr, &text);
-      *message = text.data;
-      DynBuf_Destroy(&text);
+      DynBuf formatted;
+      DynBuf_Init(&formatted);
+      MsgFormatList(messages, nullptr, &formatted);
+      *message = formatted.data;
+      DynBuf_Destroy(&formatted);
    }
-   free(shown);
    MsgList_Free(messages);
    return result;
 }
@@ -85,32 +91,23 @@ TEST(Dictionary, ParseValue)
 TEST(Dictionary, LookupsAddOnlyDefaultsThatAreNotZero)
 {
    Dictionary *d = Dictionary_Create();
-   const char *text = "s";
    const struct {
       DictionaryValueType type;
       DictionaryValue fallback;
-      bool added;
+      const char *want;  // the value, and whether the lookup added an entry
    } rows[] = {
-      {DictionaryTypeInt, {.intValue = 5}, true}, {DictionaryTypeInt, {.intValue = 0}, false},
-      {DictionaryTypeInt, {.intValue = -1}, false}, {DictionaryTypeTristate, {.intValue = 1}, true},
-      {DictionaryTypeBool, {.boolValue = true}, false}, {DictionaryTypeDouble, {.doubleValue = -0.0}, false},
-      {DictionaryTypeDouble, {.doubleValue = NAN}, true}, {DictionaryTypeString, {.text = nullptr}, false},
-      {DictionaryTypeString, {.text = const_cast<char *>(text)}, true},
-      {DictionaryTypeInt64, {.int64Value = int64_t{1} << 40}, true},
+      {DictionaryTypeInt, {.intValue = 5}, "5 added"}, {DictionaryTypeInt, {.intValue = 0}, "0"},
+      {DictionaryTypeInt, {.intValue = -1}, "-1"}, {DictionaryTypeTristate, {.intValue = 1}, "1 added"},
+      {DictionaryTypeBool, {.boolValue = true}, "1"}, {DictionaryTypeDouble, {.doubleValue = -0.0}, "0"},
+      {DictionaryTypeDouble, {.doubleValue = NAN}, "nan added"},
+      {DictionaryTypeString, {.text = nullptr}, "(null)"},
+      {DictionaryTypeString, {.text = const_cast<char *>("s")}, "s added"},
+      {DictionaryTypeInt64, {.int64Value = int64_t{1} << 40}, "1099511627776 added"},
    };
    for (const auto &r : rows) {
       std::string name = "k" + std::to_string(&r - rows);
       const DictionaryValue *got = DictionaryGet(d, &r.fallback, r.type, name.c_str());
-      EXPECT_EQ(DictionaryContains(d, name.c_str()), r.added) << name;
-      bool same = r.type == DictionaryTypeString
-                     ? (got->text == nullptr ? r.fallback.text == nullptr
-                                             : got->text != text && strcmp(got->text, text) == 0)
-                  : r.type == DictionaryTypeDouble ? got->doubleValue == r.fallback.doubleValue ||
-                                                        std::isnan(got->doubleValue)
-                  : r.type == DictionaryTypeBool   ? got->boolValue == r.fallback.boolValue
-                  : r.type == DictionaryTypeInt64  ? got->int64Value == r.fallback.int64Value
-                                                   : got->intValue == r.fallback.intValue;
-      EXPECT_TRUE(same) << name;
+      EXPECT_EQ(Shown(r.type, got) + (DictionaryContains(d, name.c_str()) ? " added" : ""), r.want);
    }
    EXPECT_EQ(d->numEntries, 5);
 
