@@ -106,7 +106,6 @@ TEST(Log, OutputsTakeTheRingFirstThenEachMessage)
    LogOutput file = {kLogFileOutputKind, true, 5, Write, notify, "C:\\vtr.log"};
    LogOutput lines = {0, false, 3, Write, notify, nullptr};
    Log("before\n");
-   EXPECT_EQ(LogGetFilePath(), nullptr);
    ASSERT_TRUE(Log_AttachOutput(&lines));
    ASSERT_TRUE(Log_AttachOutput(&file));
    Warning("a\nb\n");
@@ -123,8 +122,6 @@ TEST(Log, OutputsTakeTheRingFirstThenEachMessage)
    Log_DetachOutput(&file);
    Log_DetachOutput(&lines);
    EXPECT_EQ(LogGetFilePath(), nullptr);
-   Log("after\n");
-   EXPECT_EQ(Ring().back().text, "after\n");
 }
 
 std::string stderrSide;

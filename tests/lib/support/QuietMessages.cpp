@@ -3,11 +3,6 @@
 
 #include "user/msg.h"
 
-namespace {
-
-const bool quiet = [] {
-   msgPlatform.messageBox = [](MsgOwnerWindow, const char *, const char *, unsigned) { return 1; };
-   return true;
-}();
-
-} // namespace
+static const bool quiet = (msgPlatform.messageBox = [](MsgOwnerWindow, const char *,
+                                                      const char *, unsigned) { return 1; },
+                           true);

@@ -109,7 +109,6 @@ TEST(Dictionary, LookupsAddOnlyDefaultsThatAreNotZero)
       const DictionaryValue *got = DictionaryGet(d, &r.fallback, r.type, name.c_str());
       EXPECT_EQ(Shown(r.type, got) + (DictionaryContains(d, name.c_str()) ? " added" : ""), r.want);
    }
-   EXPECT_EQ(d->numEntries, 5);
 
    char *answer = const_cast<char *>("42");
    DictionaryEntry *entry = DictionaryAddEntry(d, const_cast<char *>("n"), &answer,
@@ -123,7 +122,7 @@ TEST(Dictionary, LookupsAddOnlyDefaultsThatAreNotZero)
    for (DictionaryEntry *e = d->head.Next; e != &d->head; e = e->Next) {
       order += std::string(e->Name) + (e->FromDefault ? "* " : " ");
    }
-   EXPECT_EQ(order, "k0* k3* k6* k8* k9* n ");
+   EXPECT_EQ(order + std::to_string(d->numEntries), "k0* k3* k6* k8* k9* n 6");
    Dictionary_Free(d);
 }
 
