@@ -696,6 +696,14 @@ std::string Fill(std::string text, const std::vector<std::pair<std::string, std:
    return text;
 }
 
+std::vector<std::string> FillLines(std::vector<std::string> lines, const std::vector<std::pair<std::string, std::wstring>> &values)
+{
+   for (std::string &line : lines) {
+      line = Fill(line, values);
+   }
+   return lines;
+}
+
 std::vector<std::string> WithoutSystemText(std::vector<std::string> entries)
 {
    static const std::regex systemText(R"((Last Error: )[\s\S]*? (\(code: -?\d+\))$)");

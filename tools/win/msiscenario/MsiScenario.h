@@ -134,6 +134,8 @@ std::vector<std::string> WithoutSystemText(std::vector<std::string> entries);
 
 // `text` with each placeholder (such as "%P") replaced by its value, every occurrence.
 std::string Fill(std::string text, const std::vector<std::pair<std::string, std::wstring>> &values);
+// Each line filled as Fill does.
+std::vector<std::string> FillLines(std::vector<std::string> lines, const std::vector<std::pair<std::string, std::wstring>> &values);
 
 std::string Narrow(const std::wstring &text);
 std::wstring Widen(const std::string &text);
