@@ -19,17 +19,20 @@ struct HostOsEdition {
    bool server;
 };
 
-const HostOsEdition *HostOsFindEdition(std::initializer_list<HostOsEdition> editions,
-                                       uint32_t type)
+// The edition's name and kind; the rows are temporaries, so nothing of them is kept.
+bool HostOsFindEdition(std::initializer_list<HostOsEdition> editions, uint32_t type,
+                       const char **name, bool *server)
 {
    for (const HostOsEdition &edition : editions) {
       for (uint32_t t : edition.types) {
          if (t == type) {
-            return &edition;
+            *name = edition.name;
+            *server = edition.server;
+            return true;
          }
       }
    }
-   return nullptr;
+   return false;
 }
 
 const char *HostOsBits(uint32_t wordSize)
@@ -57,7 +60,9 @@ void HostOsWindows7(const HostOsVersion *version, HostOsName *result)
    result->version = server ? 21 : 20;
    Str_Strcpy(result->identifier, wordSize == 64 ? "windows7-64" : "windows7",
               sizeof result->identifier);
-   const HostOsEdition *edition = HostOsFindEdition(
+   const char *name = "Windows 7";
+   bool serverEdition = false;
+   HostOsFindEdition(
       {
          {{1}, "Windows 7 Ultimate", false},
          {{2}, "Windows 7 Home Basic", false},
@@ -71,13 +76,9 @@ void HostOsWindows7(const HostOsVersion *version, HostOsName *result)
          {{17, 29}, "Windows Web Server 2008 R2 Edition", true},
          {{33}, "Windows Server 2008 R2 Foundation Edition", true},
       },
-      hostinfoPlatform.productType(version));
-   const char *name = "Windows 7";
-   if (edition != nullptr) {
-      name = edition->name;
-      if (edition->server) {
-         Str_Strcpy(result->identifier, "windows7srv-64", sizeof result->identifier);
-      }
+      hostinfoPlatform.productType(version), &name, &serverEdition);
+   if (serverEdition) {
+      Str_Strcpy(result->identifier, "windows7srv-64", sizeof result->identifier);
    }
    uint32_t build = hostinfoPlatform.build();
    Str_Sprintf(result->name, sizeof result->name, "%s%s %s(Build %u)", name,
@@ -105,7 +106,9 @@ void HostOsWindows8(const HostOsVersion *version, HostOsName *result)
       Str_Sprintf(name, sizeof name, "Windows 8%s", clientNext);
    }
    // `server` here says which insertion the edition's name takes.
-   const HostOsEdition *edition = HostOsFindEdition(
+   const char *edition = nullptr;
+   bool serverEdition = false;
+   if (HostOsFindEdition(
       {
          {{4}, "Windows 8%s Enterprise", false},
          {{6, 16, 48}, "Windows 8%s Pro", false},
@@ -118,9 +121,8 @@ void HostOsWindows8(const HostOsVersion *version, HostOsName *result)
          {{76}, "Windows MultiPoint Server 2012%s Standard", false},
          {{77}, "Windows MultiPoint Server 2012%s Premium", false},
       },
-      hostinfoPlatform.productType(version));
-   if (edition != nullptr) {
-      Str_Sprintf(name, sizeof name, edition->name, edition->server ? serverNext : clientNext);
+      hostinfoPlatform.productType(version), &edition, &serverEdition)) {
+      Str_Sprintf(name, sizeof name, edition, serverEdition ? serverNext : clientNext);
    }
    uint32_t build = hostinfoPlatform.build();
    Str_Sprintf(result->name, sizeof result->name, "%s%s (Build %u)", name,
@@ -131,7 +133,9 @@ void HostOsWindows8(const HostOsVersion *version, HostOsName *result)
 // The workstation editions of Windows 10 and 11 share their product types.
 const char *HostOsClientEdition(uint32_t type)
 {
-   const HostOsEdition *edition = HostOsFindEdition(
+   const char *edition = "";
+   bool unused = false;
+   HostOsFindEdition(
       {
          {{4, 27, 70, 72, 84, 125, 126, 129, 130}, " Enterprise", false},
          {{48, 49}, " Pro", false},
@@ -140,8 +144,8 @@ const char *HostOsClientEdition(uint32_t type)
          {{123}, " IoT Core", false},
          {{161, 162}, " Pro for Workstations", false},
       },
-      type);
-   return edition != nullptr ? edition->name : "";
+      type, &edition, &unused);
+   return edition;
 }
 
 struct HostOsServerRelease {

@@ -71,7 +71,8 @@ bool W32UtilEntryCounts(const EXPLICIT_ACCESSW &entry)
 
 } // namespace
 
-W32UtilPlatform w32UtilPlatform = {GetFileAttributesW, W32UtilGetNamedSecurityInfo};
+W32UtilPlatform w32UtilPlatform = {GetFileAttributesW, CreateDirectoryW,
+                                   W32UtilGetNamedSecurityInfo};
 
 bool W32Util_GetCurrentUserSid(PSID *sid)
 {
@@ -231,7 +232,8 @@ bool W32UtilMakeSafeDirectory(const char *path, bool useSystem)
       return false;
    }
    SECURITY_ATTRIBUTES attributes = {sizeof attributes, &descriptor, FALSE};
-   if (!Win32U_CreateDirectory(path, &attributes)) {
+   Win32UWideArg widePath(path);
+   if (!w32UtilPlatform.createDirectory(widePath.text, &attributes)) {
       Log("%s: CreateDirectoryW failed: %d\n", kFunction, GetLastError());
       return false;
    }

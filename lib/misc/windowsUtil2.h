@@ -33,10 +33,11 @@ CRITICAL_SECTION *W32Util_GetSingletonCriticalSection(CRITICAL_SECTION *volatile
 // The module that holds `address`, without a reference taken; null when none does.
 HMODULE W32Util_GetModuleByAddress(const void *address);
 
-// The platform calls of the directory test. Tests replace entries to show attributes and
-// descriptors that Wine cannot make; nothing else changes them.
+// The platform calls of the directory test and creation. Tests replace entries to show
+// attributes and descriptors that Wine cannot keep; nothing else changes them.
 struct W32UtilPlatform {
    DWORD (*getFileAttributes)(const wchar_t *path);
+   BOOL (*createDirectory)(const wchar_t *path, SECURITY_ATTRIBUTES *security);
    DWORD (*getNamedSecurityInfo)(const wchar_t *path, SECURITY_INFORMATION what, PSID *owner,
                                  PACL *dacl, PSECURITY_DESCRIPTOR *descriptor);
 };
