@@ -335,8 +335,17 @@ void CoreDumpFindSection(uint64_t base, uint64_t offset, BacktraceSymbol *symbol
    }
 }
 
+std::atomic<HashTable *> modulesLoaded{nullptr};
+
+// dbghelp.dll knows only the modules it is told of, since the process isn't searched when
+// it starts, and both the names and the unwinding through a frame need its module.
 void CoreDumpLoadModuleSymbols(const char *modulePath, uint64_t base)
 {
+   HashTable *loaded = HashTable_AllocOnce(&modulesLoaded, 16, HASH_INT_KEY | HASH_FLAG_ATOMIC,
+                                           nullptr);
+   if (!HashTable_Insert(loaded, reinterpret_cast<const void *>(base), nullptr)) {
+      return;
+   }
    char *folder = SafeStrdup(modulePath);
    UniqueMalloc keptFolder(folder);
    if (char *backslash = strrchr(folder, '\\')) {
@@ -348,6 +357,37 @@ void CoreDumpLoadModuleSymbols(const char *modulePath, uint64_t base)
    dbgHelp.symSetSearchPath(GetCurrentProcess(), wideFolder.text);
    dbgHelp.symLoadModule(GetCurrentProcess(), nullptr, widePath.text, nullptr, base, 0, nullptr,
                          0);
+}
+
+// The module base of the allocation that holds `address`, or 0.
+uint64_t CoreDumpAllocationBase(uint64_t address)
+{
+   MEMORY_BASIC_INFORMATION memory;
+   if (VirtualQuery(reinterpret_cast<const void *>(address), &memory, sizeof memory) == 0) {
+      return 0;
+   }
+   return reinterpret_cast<uint64_t>(memory.AllocationBase);
+}
+
+void CoreDumpLoadModuleOf(uint64_t address)
+{
+   uint64_t base = CoreDumpAllocationBase(address);
+   const char *path = base != 0 ? CoreDumpModulePath(base) : nullptr;
+   if (path != nullptr) {
+      CoreDumpLoadModuleSymbols(path, base);
+   }
+}
+
+PVOID CALLBACK CoreDumpFunctionTableAccess(HANDLE process, DWORD64 address)
+{
+   CoreDumpLoadModuleOf(address);
+   return stackWalk.functionTableAccess(process, address);
+}
+
+DWORD64 CALLBACK CoreDumpGetModuleBase(HANDLE process, DWORD64 address)
+{
+   CoreDumpLoadModuleOf(address);
+   return stackWalk.getModuleBase(process, address);
 }
 
 void CoreDumpFindName(BacktraceSymbol *symbol)
@@ -379,11 +419,7 @@ void CoreDumpDescribe(uint64_t address, BacktraceSymbol *symbol)
 {
    *symbol = {};
    symbol->address = address;
-   MEMORY_BASIC_INFORMATION memory;
-   if (VirtualQuery(reinterpret_cast<const void *>(address), &memory, sizeof memory) == 0) {
-      return;
-   }
-   uint64_t base = reinterpret_cast<uint64_t>(memory.AllocationBase);
+   uint64_t base = CoreDumpAllocationBase(address);
    symbol->modulePath = base != 0 ? CoreDumpModulePath(base) : nullptr;
    if (symbol->modulePath == nullptr) {
       return;
@@ -622,7 +658,7 @@ void CoreDump_Backtrace(const BacktraceOptions *options, BacktraceOutputFunc out
          CoreDumpLockHolder held;
          walked = stackWalk.stackWalk(IMAGE_FILE_MACHINE_AMD64, GetCurrentProcess(),
                                       GetCurrentThread(), &frame, &registers, nullptr,
-                                      stackWalk.functionTableAccess, stackWalk.getModuleBase,
+                                      CoreDumpFunctionTableAccess, CoreDumpGetModuleBase,
                                       nullptr);
       }
       if (!walked || frame.AddrFrame.Offset == 0 || frame.AddrPC.Offset == 0) {
