@@ -3,13 +3,18 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "misc/coreDump.h"
+#include "misc/file.h"
 #include "misc/win32u.h"
+#include "safeFolderSeam.h"
 #include "string/str.h"
 
 namespace {
@@ -98,6 +103,144 @@ TEST(CoreDump, SymbolTexts)
    snprintf(base, sizeof base, " base 0x%016llx 0x0001:0x", static_cast<unsigned long long>(
                                  reinterpret_cast<uintptr_t>(GetModuleHandleW(nullptr))));
    EXPECT_EQ(inModule.rfind("[" + ExePath() + base, 0), 0u) << inModule;
+}
+
+using Files = std::vector<std::string>;
+
+// `files` ("name=content") and nothing else in `folder`.
+void Fill(const std::string &folder, const Files &files)
+{
+   CreateDirectoryA(folder.c_str(), nullptr);
+   char **names = nullptr;
+   uint32_t count = FileListDirectoryRetry(folder.c_str(), 0, &names);
+   for (uint32_t i = 0; i < count; i++) {
+      DeleteFileA((folder + "\\" + names[i]).c_str());
+      free(names[i]);
+   }
+   free(names);
+   for (const std::string &file : files) {
+      size_t equals = file.find('=');
+      std::ofstream(folder + "\\" + file.substr(0, equals)) << file.substr(equals + 1);
+   }
+}
+
+// The files of `names` that exist, as "name=" and their first four bytes.
+Files Present(const std::string &folder, const Files &names)
+{
+   Files present;
+   for (const std::string &name : names) {
+      std::ifstream in(folder + "\\" + name, std::ios::binary);
+      char head[5] = {};
+      if (in && in.read(head, 4).gcount() > 0) {
+         present.push_back(name + "=" + head);
+      }
+   }
+   return present;
+}
+
+const Files kDumps = {"lib_misc_coredump_test.dmp", "lib_misc_coredump_test-0.dmp",
+                      "lib_misc_coredump_test-1.dmp", "lib_misc_coredump_test-2.dmp",
+                      "lib_misc_coredump_test-3.dmp", "lib_misc_coredump_test-4.dmp"};
+
+std::string TestFolder()
+{
+   char temp[MAX_PATH];
+   Win32U_GetTempPath(sizeof temp, temp);
+   return std::string(temp) + "coredump-test";
+}
+
+TEST(CoreDumpDeathTest, DumpsAndTheirRotation)
+{
+   GTEST_FLAG_SET(death_test_style, "threadsafe");
+   const std::string folder = TestFolder();
+   const auto noDbgHelp = [] { coreDumpPlatform.loadLibrary = [](const wchar_t *) { return HMODULE{}; }; };
+   const auto noMiniDump = [] {
+      coreDumpPlatform.getProcAddress = [](HMODULE module, const char *name) {
+         return strcmp(name, "MiniDumpWriteDump") == 0 ? nullptr : GetProcAddress(module, name);
+      };
+   };
+   const struct {
+      std::function<void()> setUp;
+      uint32_t maxCount;
+      Files before;
+      bool written;
+      Files after;
+   } rows[] = {
+      {[] {}, 5, {}, true, {"lib_misc_coredump_test.dmp=MDMP"}},
+      {[] {}, 5, {"lib_misc_coredump_test.dmp=a", "lib_misc_coredump_test-0.dmp=b", "lib_misc_coredump_test-1.dmp=c", "lib_misc_coredump_test-2.dmp=d", "lib_misc_coredump_test-3.dmp=e"}, true,
+       {"lib_misc_coredump_test.dmp=MDMP", "lib_misc_coredump_test-0.dmp=a", "lib_misc_coredump_test-1.dmp=b", "lib_misc_coredump_test-2.dmp=c", "lib_misc_coredump_test-3.dmp=d"}},
+      {[] {}, 1, {"lib_misc_coredump_test.dmp=a"}, true, {"lib_misc_coredump_test.dmp=MDMP"}},
+      {[] {}, 0, {"lib_misc_coredump_test.dmp=a"}, false, {"lib_misc_coredump_test.dmp=a"}},
+      {noDbgHelp, 5, {}, false, {}},
+      {noMiniDump, 5, {}, false, {}},
+   };
+   for (const auto &r : rows) {
+      Fill(folder, r.before);
+      EXPECT_EXIT((r.setUp(), CoreDump_SetMaxDumpCount(r.maxCount), CoreDump_Init(folder.c_str()),
+                   exit(CoreDump_WriteMiniDump(nullptr, nullptr) ? 0 : 1)),
+                  testing::ExitedWithCode(r.written ? 0 : 1), "^$");
+      EXPECT_EQ(Present(folder, kDumps), r.after) << r.maxCount;
+   }
+}
+
+TEST(CoreDumpDeathTest, AddressSpaceSetAside)
+{
+   GTEST_FLAG_SET(death_test_style, "threadsafe");
+   static int32_t kilobytes;
+   static bool commit;
+   const struct {
+      int32_t kilobytes;
+      bool commit;
+      const char *want;  // the size and the allocation type asked for
+   } rows[] = {
+      {30000, false, "^20971520 0x2000\n$"},
+      {5, true, "^8192 0x3000\n$"},
+      {4, false, "^4096 0x2000\n$"},
+      {0, true, "^$"},
+      {-1, false, "^$"},
+   };
+   for (const auto &r : rows) {
+      kilobytes = r.kilobytes;
+      commit = r.commit;
+      EXPECT_EXIT(
+         (coreDumpPlatform.reservedKBSetting = [] { return kilobytes; },
+          coreDumpPlatform.commitSetting = [] { return commit; },
+          coreDumpPlatform.virtualAlloc = [](void *at, SIZE_T size, DWORD type, DWORD protect) {
+             fprintf(stderr, "%llu 0x%lx\n", static_cast<unsigned long long>(size), type);
+             return VirtualAlloc(at, size, type, protect);
+          },
+          CoreDump_Init(TestFolder().c_str()), exit(0)),
+         testing::ExitedWithCode(0), r.want);
+   }
+}
+
+// The whole report of a failed check in a child: the text on the standard error stream, the
+// exit code of a first panic, and a dump beside the process's other temporary data, rotated
+// by the second panic.
+TEST(CoreDumpDeathTest, WholePanic)
+{
+   GTEST_FLAG_SET(death_test_style, "threadsafe");
+   ShowFoldersAsPrivate();
+   char *safe = FileGetSafeTmpDir(true, false);
+   ASSERT_NE(safe, nullptr);
+   const std::string folder = safe;
+   free(safe);
+   // Only once: each child runs this body again up to its own panic.
+   for (const std::string &name : kDumps) {
+      if (!testing::internal::InDeathTestChild()) {
+         DeleteFileA((folder + "\\" + name).c_str());
+      }
+   }
+   const Files afterEach[] = {
+      {"lib_misc_coredump_test.dmp=MDMP"},
+      {"lib_misc_coredump_test.dmp=MDMP", "lib_misc_coredump_test-0.dmp=MDMP"},
+   };
+   for (const Files &want : afterEach) {
+      EXPECT_EXIT((ShowFoldersAsPrivate(),
+                   Win32U_FormatMessage(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 1031, nullptr)),
+                  testing::ExitedWithCode(-1), "^VERIFY lib/misc/windowsu:938\n$");
+      EXPECT_EQ(Present(folder, kDumps), want);
+   }
 }
 
 } // namespace

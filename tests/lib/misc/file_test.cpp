@@ -13,9 +13,7 @@
 
 #include "misc/file.h"
 #include "misc/win32u.h"
-#include "misc/windowsUtil2.h"
-
-#include <sddl.h>
+#include "safeFolderSeam.h"
 
 namespace {
 
@@ -225,25 +223,9 @@ TEST(File, FoldersAndPaths)
    free(tmpDir);
 }
 
-// Wine keeps no DACL on a folder, so the plain folder is shown as the private one it is.
 TEST(File, SafeTmpDirTakesThePlainFolder)
 {
-   w32UtilPlatform.getNamedSecurityInfo = [](const wchar_t *, SECURITY_INFORMATION, PSID *owner,
-                                             PACL *dacl, PSECURITY_DESCRIPTOR *descriptor) {
-      PSID user = nullptr;
-      W32Util_GetCurrentUserSid(&user);
-      wchar_t *sid = nullptr;
-      ConvertSidToStringSidW(user, &sid);
-      std::wstring text = L"D:P(A;;FA;;;BA)(A;;FA;;;" + std::wstring(sid) + L")";
-      LocalFree(sid);
-      free(user);
-      ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), SDDL_REVISION_1,
-                                                           descriptor, nullptr);
-      BOOL present = FALSE, defaulted = FALSE;
-      *owner = nullptr;
-      GetSecurityDescriptorDacl(*descriptor, &present, dacl, &defaulted);
-      return static_cast<DWORD>(ERROR_SUCCESS);
-   };
+   ShowFoldersAsPrivate();
    char *tmpDir = FileGetTmpDir(false);
    char user[257];
    DWORD size = sizeof user;
