@@ -10,6 +10,10 @@
 
 #include "misc/hostinfo.h"
 
+#if defined(_WIN32)
+#include <windows.h>
+#endif
+
 namespace {
 
 struct Machine {
@@ -18,6 +22,7 @@ struct Machine {
    bool servicePack1;
 };
 Machine machine;
+const HostinfoPlatform realPlatform = hostinfoPlatform;
 
 void PlayMachine()
 {
@@ -76,6 +81,23 @@ TEST(Hostinfo, NamesEachMachine)
       EXPECT_FALSE(Hostinfo_NameOs(&unknown, &name)) << unknown.major << "." << unknown.minor;
    }
 }
+
+#if defined(_WIN32)
+// The facts of the machine the test runs on: the build from the registry ends the name.
+TEST(Hostinfo, NamesThisMachine)
+{
+   hostinfoPlatform = realPlatform;
+   OSVERSIONINFOW info = {sizeof info};
+   GetVersionExW(&info);
+   HostOsVersion version = {info.dwMajorVersion, info.dwMinorVersion};
+   HostOsName name;
+   ASSERT_TRUE(Hostinfo_NameOs(&version, &name));
+   const std::string text = name.name;
+   const std::string build = "(Build " + std::to_string(info.dwBuildNumber);
+   EXPECT_NE(text.find(build), std::string::npos) << text;
+   EXPECT_NE(text.find(", 64-bit"), std::string::npos) << text;
+}
+#endif
 
 TEST(Hostinfo, TicksToNanoseconds)
 {
