@@ -6,15 +6,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "fileTestSupport.h"
 #include "misc/coreDump.h"
-#include "misc/file.h"
-#include "misc/win32u.h"
-#include "safeFolderSeam.h"
 #include "string/str.h"
 
 namespace {
@@ -63,7 +60,6 @@ TEST(CoreDump, BacktraceLines)
       {{}, "Backtrace:\n", frame + "\n", 0},
       {{2, 0, 0, 7, ">", "|", nullptr}, ">Backtrace for bugNr=7|", ">" + frame + "\\|", 2},
       {{1, 0, 0, 0, nullptr, nullptr, CoreDump_ShortSymbols()}, "Backtrace:\n", frame + "\n", 1},
-      {{0, 0, 1, 0, nullptr, nullptr, nullptr}, "Backtrace:\n", frame + "\n", 0},
    };
    for (const auto &r : rows) {
       std::vector<std::string> lines = Backtrace(&r.options);
@@ -105,54 +101,21 @@ TEST(CoreDump, SymbolTexts)
    EXPECT_EQ(inModule.rfind("[" + ExePath() + base, 0), 0u) << inModule;
 }
 
-using Files = std::vector<std::string>;
-
-// `files` ("name=content") and nothing else in `folder`.
-void Fill(const std::string &folder, const Files &files)
+// The settings ask for `kilobytes` set aside; what is asked of VirtualAlloc goes to stderr.
+template <int32_t kilobytes, bool commit>
+void Reserve()
 {
-   CreateDirectoryA(folder.c_str(), nullptr);
-   char **names = nullptr;
-   uint32_t count = FileListDirectoryRetry(folder.c_str(), 0, &names);
-   for (uint32_t i = 0; i < count; i++) {
-      DeleteFileA((folder + "\\" + names[i]).c_str());
-      free(names[i]);
-   }
-   free(names);
-   for (const std::string &file : files) {
-      size_t equals = file.find('=');
-      std::ofstream(folder + "\\" + file.substr(0, equals)) << file.substr(equals + 1);
-   }
+   coreDumpPlatform.reservedKBSetting = [] { return kilobytes; };
+   coreDumpPlatform.commitSetting = [] { return commit; };
+   coreDumpPlatform.virtualAlloc = [](void *at, SIZE_T size, DWORD type, DWORD protect) {
+      fprintf(stderr, "%llu 0x%lx\n", static_cast<unsigned long long>(size), type);
+      return VirtualAlloc(at, size, type, protect);
+   };
 }
 
-// The files of `names` that exist, as "name=" and their first four bytes.
-Files Present(const std::string &folder, const Files &names)
-{
-   Files present;
-   for (const std::string &name : names) {
-      std::ifstream in(folder + "\\" + name, std::ios::binary);
-      char head[5] = {};
-      if (in && in.read(head, 4).gcount() > 0) {
-         present.push_back(name + "=" + head);
-      }
-   }
-   return present;
-}
-
-const Files kDumps = {"lib_misc_coredump_test.dmp", "lib_misc_coredump_test-0.dmp",
-                      "lib_misc_coredump_test-1.dmp", "lib_misc_coredump_test-2.dmp",
-                      "lib_misc_coredump_test-3.dmp", "lib_misc_coredump_test-4.dmp"};
-
-std::string TestFolder()
-{
-   char temp[MAX_PATH];
-   Win32U_GetTempPath(sizeof temp, temp);
-   return std::string(temp) + "coredump-test";
-}
-
-TEST(CoreDumpDeathTest, DumpsAndTheirRotation)
+TEST(CoreDumpDeathTest, DumpsRotationAndReservation)
 {
    GTEST_FLAG_SET(death_test_style, "threadsafe");
-   const std::string folder = TestFolder();
    const auto noDbgHelp = [] { coreDumpPlatform.loadLibrary = [](const wchar_t *) { return HMODULE{}; }; };
    const auto noMiniDump = [] {
       coreDumpPlatform.getProcAddress = [](HMODULE module, const char *name) {
@@ -165,52 +128,23 @@ TEST(CoreDumpDeathTest, DumpsAndTheirRotation)
       Files before;
       bool written;
       Files after;
+      const char *reserved;  // the size and the allocation type asked for
    } rows[] = {
-      {[] {}, 5, {}, true, {"lib_misc_coredump_test.dmp=MDMP"}},
-      {[] {}, 5, {"lib_misc_coredump_test.dmp=a", "lib_misc_coredump_test-0.dmp=b", "lib_misc_coredump_test-1.dmp=c", "lib_misc_coredump_test-2.dmp=d", "lib_misc_coredump_test-3.dmp=e"}, true,
-       {"lib_misc_coredump_test.dmp=MDMP", "lib_misc_coredump_test-0.dmp=a", "lib_misc_coredump_test-1.dmp=b", "lib_misc_coredump_test-2.dmp=c", "lib_misc_coredump_test-3.dmp=d"}},
-      {[] {}, 1, {"lib_misc_coredump_test.dmp=a"}, true, {"lib_misc_coredump_test.dmp=MDMP"}},
-      {[] {}, 0, {"lib_misc_coredump_test.dmp=a"}, false, {"lib_misc_coredump_test.dmp=a"}},
-      {noDbgHelp, 5, {}, false, {}},
-      {noMiniDump, 5, {}, false, {}},
+      {Reserve<30000, false>, 5, {}, true, {"lib_misc_coredump_test.dmp=MDMP"}, "^20971520 0x2000\n$"},
+      {Reserve<5, true>, 5, {"lib_misc_coredump_test.dmp=a", "lib_misc_coredump_test-0.dmp=b", "lib_misc_coredump_test-1.dmp=c", "lib_misc_coredump_test-2.dmp=d", "lib_misc_coredump_test-3.dmp=e"}, true,
+       {"lib_misc_coredump_test-0.dmp=a", "lib_misc_coredump_test-1.dmp=b", "lib_misc_coredump_test-2.dmp=c", "lib_misc_coredump_test-3.dmp=d", "lib_misc_coredump_test.dmp=MDMP"}, "^8192 0x3000\n$"},
+      {Reserve<4, false>, 1, {"lib_misc_coredump_test.dmp=a"}, true, {"lib_misc_coredump_test.dmp=MDMP"}, "^4096 0x2000\n$"},
+      {Reserve<0, true>, 5, {}, true, {"lib_misc_coredump_test.dmp=MDMP"}, "^$"},
+      {[] {}, 0, {"lib_misc_coredump_test.dmp=a"}, false, {"lib_misc_coredump_test.dmp=a"}, "^$"},
+      {noDbgHelp, 5, {}, false, {}, "^$"},
+      {noMiniDump, 5, {}, false, {}, "^$"},
    };
    for (const auto &r : rows) {
-      Fill(folder, r.before);
+      const std::string folder = FolderWith("coredump-test", r.before);
       EXPECT_EXIT((r.setUp(), CoreDump_SetMaxDumpCount(r.maxCount), CoreDump_Init(folder.c_str()),
                    exit(CoreDump_WriteMiniDump(nullptr, nullptr) ? 0 : 1)),
-                  testing::ExitedWithCode(r.written ? 0 : 1), "^$");
-      EXPECT_EQ(Present(folder, kDumps), r.after) << r.maxCount;
-   }
-}
-
-TEST(CoreDumpDeathTest, AddressSpaceSetAside)
-{
-   GTEST_FLAG_SET(death_test_style, "threadsafe");
-   static int32_t kilobytes;
-   static bool commit;
-   const struct {
-      int32_t kilobytes;
-      bool commit;
-      const char *want;  // the size and the allocation type asked for
-   } rows[] = {
-      {30000, false, "^20971520 0x2000\n$"},
-      {5, true, "^8192 0x3000\n$"},
-      {4, false, "^4096 0x2000\n$"},
-      {0, true, "^$"},
-      {-1, false, "^$"},
-   };
-   for (const auto &r : rows) {
-      kilobytes = r.kilobytes;
-      commit = r.commit;
-      EXPECT_EXIT(
-         (coreDumpPlatform.reservedKBSetting = [] { return kilobytes; },
-          coreDumpPlatform.commitSetting = [] { return commit; },
-          coreDumpPlatform.virtualAlloc = [](void *at, SIZE_T size, DWORD type, DWORD protect) {
-             fprintf(stderr, "%llu 0x%lx\n", static_cast<unsigned long long>(size), type);
-             return VirtualAlloc(at, size, type, protect);
-          },
-          CoreDump_Init(TestFolder().c_str()), exit(0)),
-         testing::ExitedWithCode(0), r.want);
+                  testing::ExitedWithCode(r.written ? 0 : 1), r.reserved);
+      EXPECT_EQ(Contents(folder, 4), r.after) << r.maxCount;
    }
 }
 
@@ -225,21 +159,23 @@ TEST(CoreDumpDeathTest, WholePanic)
    ASSERT_NE(safe, nullptr);
    const std::string folder = safe;
    free(safe);
+   char user[257];
+   DWORD size = sizeof user;
+   Win32U_GetUserName(user, &size);
+   EXPECT_EQ(folder.substr(folder.rfind('\\')), std::string("\\corvane-") + user) << "the plain one";
    // Only once: each child runs this body again up to its own panic.
-   for (const std::string &name : kDumps) {
-      if (!testing::internal::InDeathTestChild()) {
-         DeleteFileA((folder + "\\" + name).c_str());
-      }
+   if (!testing::internal::InDeathTestChild()) {
+      FolderWith(folder.substr(folder.rfind('\\') + 1), {});
    }
    const Files afterEach[] = {
       {"lib_misc_coredump_test.dmp=MDMP"},
-      {"lib_misc_coredump_test.dmp=MDMP", "lib_misc_coredump_test-0.dmp=MDMP"},
+      {"lib_misc_coredump_test-0.dmp=MDMP", "lib_misc_coredump_test.dmp=MDMP"},
    };
    for (const Files &want : afterEach) {
       EXPECT_EXIT((ShowFoldersAsPrivate(),
                    Win32U_FormatMessage(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 1031, nullptr)),
                   testing::ExitedWithCode(-1), "^VERIFY lib/misc/windowsu:938\n$");
-      EXPECT_EQ(Present(folder, kDumps), want);
+      EXPECT_EQ(Contents(folder, 4), want);
    }
 }
 

@@ -3,52 +3,14 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <fstream>
-#include <map>
 #include <string>
 #include <vector>
 
-#include "misc/file.h"
-#include "misc/win32u.h"
-#include "safeFolderSeam.h"
+#include "fileTestSupport.h"
 
 namespace {
-
-// A fresh folder under the temporary directory, holding `files` ("name=content").
-std::string Folder(const std::vector<std::string> &files)
-{
-   static int serial = 0;
-   char temp[MAX_PATH];
-   Win32U_GetTempPath(sizeof temp, temp);
-   std::string folder = std::string(temp) + "filetest-" + std::to_string(GetCurrentProcessId()) +
-                        "-" + std::to_string(serial++);
-   CreateDirectoryA(folder.c_str(), nullptr);
-   for (const std::string &file : files) {
-      size_t equals = file.find('=');
-      std::ofstream(folder + "\\" + file.substr(0, equals)) << file.substr(equals + 1);
-   }
-   return folder;
-}
-
-// What the folder holds, as "name=content", sorted.
-std::vector<std::string> Contents(const std::string &folder)
-{
-   char **names = nullptr;
-   uint32_t count = FileListDirectoryRetry(folder.c_str(), 0, &names);
-   std::vector<std::string> result;
-   for (uint32_t i = 0; i < count && count != 0xFFFFFFFF; i++) {
-      std::ifstream in(folder + "\\" + names[i]);
-      result.push_back(std::string(names[i]) + "=" +
-                       std::string(std::istreambuf_iterator<char>(in), {}));
-      free(names[i]);
-   }
-   free(names);
-   std::sort(result.begin(), result.end());
-   return result;
-}
 
 TEST(File, ErrnoOfPlatformErrors)
 {
@@ -137,7 +99,6 @@ TEST(File, RetriesWhileHeld)
 
 TEST(File, Rotations)
 {
-   using Files = std::vector<std::string>;
    const struct {
       Files before;
       const char *path;
@@ -158,7 +119,7 @@ TEST(File, Rotations)
       {{"a.log=n", "a-4294967296.log=big"}, "a.log", 5, true, {"a-1.log=n", "a-4294967296.log=big"}, "a-1.log"},
    };
    for (const auto &r : rows) {
-      std::string folder = Folder(r.before);
+      std::string folder = FolderWith("filetest-rotation", r.before);
       char *newName = nullptr;
       FileRotateByRename((folder + "\\" + r.path).c_str(), r.count, r.renumber, &newName);
       EXPECT_EQ(Contents(folder), r.after) << r.path << " " << r.count;
@@ -171,7 +132,7 @@ TEST(File, Rotations)
 
 TEST(File, FoldersAndPaths)
 {
-   std::string folder = Folder({"f=1234", "r=x"});
+   std::string folder = FolderWith("filetest-paths", {"f=1234", "r=x"});
    CreateDirectoryA((folder + "\\sub").c_str(), nullptr);
    SetFileAttributesA((folder + "\\r").c_str(), FILE_ATTRIBUTE_READONLY);
    const struct {
@@ -214,29 +175,6 @@ TEST(File, FoldersAndPaths)
    for (const auto &[path, writable] : {std::pair{folder, true}, {folder + "\\f", false},
                                         {folder + "\\gone", false}}) {
       EXPECT_EQ(FileIsWritableDir(path.c_str()), writable) << path;
-   }
-   char temp[MAX_PATH];
-   Win32U_GetTempPath(sizeof temp, temp);
-   char *tmpDir = FileGetTmpDir(true);
-   ASSERT_NE(tmpDir, nullptr);
-   EXPECT_EQ(std::string(tmpDir) + "\\", temp);
-   free(tmpDir);
-}
-
-TEST(File, SafeTmpDirTakesThePlainFolder)
-{
-   ShowFoldersAsPrivate();
-   char *tmpDir = FileGetTmpDir(false);
-   char user[257];
-   DWORD size = sizeof user;
-   Win32U_GetUserName(user, &size);
-   std::string plain = std::string(tmpDir) + "\\corvane-" + user;
-   free(tmpDir);
-   CreateDirectoryA(plain.c_str(), nullptr);
-   for (int call = 0; call < 2; call++) {
-      char *safe = FileGetSafeTmpDir(false, false);
-      EXPECT_EQ(safe != nullptr ? safe : "<null>", plain) << call;
-      free(safe);
    }
 }
 

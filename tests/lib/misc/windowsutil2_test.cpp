@@ -3,67 +3,32 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <vector>
 
-#include "misc/windowsUtil2.h"
-#include "misc/win32u.h"
-
-#include <sddl.h>
+#include "fileTestSupport.h"
 
 namespace {
 
+// The SID's text ("S-1-5-18" and the like); the SID is freed.
 std::string SidText(PSID sid)
 {
-   wchar_t *text = nullptr;
-   if (sid == nullptr || !ConvertSidToStringSidW(sid, &text)) {
-      return "<none>";
-   }
-   char *utf8 = Win32U_Utf8Of(text);
-   std::string result = utf8;
-   free(utf8);
+   char *text = nullptr;
+   std::string result = sid != nullptr && ConvertSidToStringSidA(sid, &text) ? text : "<none>";
    LocalFree(text);
+   free(sid);
    return result;
 }
 
-std::string CurrentUser()
-{
-   PSID sid = nullptr;
-   W32Util_GetCurrentUserSid(&sid);
-   std::string text = SidText(sid);
-   free(sid);
-   return text;
-}
-
 DWORD attributes;
-std::wstring sddl;
-int securityReads;
-
-// The descriptor of `sddl`, as GetNamedSecurityInfoW would hand it out.
-DWORD FakeSecurity(const wchar_t *, SECURITY_INFORMATION, PSID *owner, PACL *dacl,
-                   PSECURITY_DESCRIPTOR *descriptor)
-{
-   securityReads++;
-   if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1,
-                                                             descriptor, nullptr)) {
-      return GetLastError();
-   }
-   BOOL present = FALSE, defaulted = FALSE;
-   GetSecurityDescriptorOwner(*descriptor, owner, &defaulted);
-   GetSecurityDescriptorDacl(*descriptor, &present, dacl, &defaulted);
-   if (!present) {
-      *dacl = nullptr;
-   }
-   return ERROR_SUCCESS;
-}
 
 TEST(W32Util, DirectorySafety)
 {
    const W32UtilPlatform real = w32UtilPlatform;
    w32UtilPlatform.getFileAttributes = [](const wchar_t *) { return attributes; };
-   w32UtilPlatform.getNamedSecurityInfo = FakeSecurity;
-   const std::string user = CurrentUser();
    const struct {
       DWORD attributes;
       bool useSystem;
@@ -75,7 +40,6 @@ TEST(W32Util, DirectorySafety)
       {FILE_ATTRIBUTE_DIRECTORY, false, "D:P(A;;FA;;;BA)(A;;FA;;;U)", true},  // no owner
       {FILE_ATTRIBUTE_DIRECTORY, true, "O:BAD:P(A;;FA;;;BA)(A;;FA;;;SY)", true},
       {FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT, false, "", false},
-      {FILE_ATTRIBUTE_NORMAL, false, "", false},
       {INVALID_FILE_ATTRIBUTES, false, "", false},
       {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:NO_ACCESS_CONTROL", false},
       {FILE_ATTRIBUTE_DIRECTORY, false, "O:SYD:P(A;;FA;;;BA)(A;;FA;;;U)", false},
@@ -86,15 +50,10 @@ TEST(W32Util, DirectorySafety)
       {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(A;;FA;;;WD)(A;;FA;;;U)", false},
       {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(D;;FA;;;BA)(A;;FA;;;U)", false},
       {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(A;;0x12019e;;;BA)(A;;FA;;;U)", false},
-      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(A;;FA;;;U)(A;;FA;;;U)", false},
    };
    for (const auto &r : rows) {
       attributes = r.attributes;
-      std::string text;
-      for (char c : r.sddl) {
-         text += c == 'U' ? user : std::string(1, c);
-      }
-      sddl.assign(text.begin(), text.end());
+      ShowFolderSecurity(r.sddl);
       securityReads = 0;
       EXPECT_EQ(W32UtilIsDirectorySafe("C:\\any", r.useSystem), r.safe) << r.sddl;
       if ((r.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
@@ -115,11 +74,11 @@ TEST(W32Util, DirectorySafety)
       for (DWORD i = 0; GetAce(dacl, i, &ace); i++) {
          MapGenericMask(&static_cast<ACCESS_ALLOWED_ACE *>(ace)->Mask, &files);
       }
-      wchar_t *text = nullptr;
-      ConvertSecurityDescriptorToStringSecurityDescriptorW(
+      char *text = nullptr;
+      ConvertSecurityDescriptorToStringSecurityDescriptorA(
          security->lpSecurityDescriptor, SDDL_REVISION_1,
          OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &text, nullptr);
-      sddl = text;
+      shownSecurity = text;
       LocalFree(text);
       return TRUE;
    };
@@ -141,28 +100,24 @@ TEST(W32Util, DirectorySafety)
 
 TEST(W32Util, WellKnownSidsAndSingletons)
 {
-   PSID sid = nullptr;
-   ASSERT_TRUE(W32Util_GetSystemSid(&sid));
-   EXPECT_EQ(SidText(sid), "S-1-5-18");
-   free(sid);
-   ASSERT_TRUE(W32Util_GetLocalAdminGroupSid(&sid));
-   EXPECT_EQ(SidText(sid), "S-1-5-32-544");
-   free(sid);
-   EXPECT_EQ(CurrentUser().rfind("S-1-5-21-", 0), 0u);
-
+   for (auto [get, want] : {std::pair{&W32Util_GetSystemSid, "S-1-5-18"},
+                            {&W32Util_GetLocalAdminGroupSid, "S-1-5-32-544"},
+                            {&W32Util_GetCurrentUserSid, "S-1-5-21-"}}) {
+      PSID sid = nullptr;
+      EXPECT_TRUE(get(&sid));
+      EXPECT_EQ(SidText(sid).rfind(want, 0), 0u) << want;
+   }
    static CRITICAL_SECTION *volatile shared = nullptr;
    CRITICAL_SECTION *seen[8] = {};
-   std::thread threads[8];
-   for (int i = 0; i < 8; i++) {
-      threads[i] = std::thread([&seen, i] { seen[i] = W32Util_GetSingletonCriticalSection(&shared); });
+   std::vector<std::thread> threads;
+   for (CRITICAL_SECTION *&s : seen) {
+      threads.emplace_back([&s] { s = W32Util_GetSingletonCriticalSection(&shared); });
    }
    for (auto &t : threads) {
       t.join();
    }
-   for (CRITICAL_SECTION *s : seen) {
-      EXPECT_EQ(s, shared);
-   }
-   EXPECT_EQ(W32Util_GetModuleByAddress(reinterpret_cast<const void *>(&CurrentUser)),
+   EXPECT_EQ(std::count(seen, seen + 8, shared), 8);
+   EXPECT_EQ(W32Util_GetModuleByAddress(reinterpret_cast<const void *>(&SidText)),
              GetModuleHandleW(nullptr));
    void *block = VirtualAlloc(nullptr, 4096, MEM_COMMIT, PAGE_READWRITE);
    EXPECT_EQ(W32Util_GetModuleByAddress(block), nullptr);
