@@ -2,11 +2,16 @@
 // One owning guard per kind of system resource. Each closes what it holds on every path
 // out of the scope, so early returns never leak a key, a token or a block.
 #include <windows.h>
+#include <lm.h>
 #include <msi.h>
+
+#include <cstdio>
 
 #include "misc/uniqueResource.h"
 
 using UniqueMsiHandle = UniqueResource<MSIHANDLE, &MsiCloseHandle>;
+using UniqueNetApiBuffer = UniqueResource<LPVOID, &NetApiBufferFree>;
+using UniqueFile = UniqueResource<FILE *, &fclose>;
 
 // A COM interface pointer, released once.
 template <typename Interface>

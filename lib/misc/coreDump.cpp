@@ -347,7 +347,7 @@ void CoreDumpLoadModuleSymbols(const char *modulePath, uint64_t base)
       return;
    }
    char *folder = SafeStrdup(modulePath);
-   UniqueMalloc keptFolder(folder);
+   UniqueMallocBlock keptFolder(folder);
    if (char *backslash = strrchr(folder, '\\')) {
       *backslash = '\0';
    }

@@ -147,7 +147,7 @@ char *FileFindNumberedSafeDir(const char *tmpDir, const char *userName, bool vol
                               bool useSystem)
 {
    char *pattern = Str_SafeAsprintf(nullptr, "%s\\%s-%s-*", tmpDir, "corvane", userName);
-   UniqueMalloc keptPattern(pattern);
+   UniqueMallocBlock keptPattern(pattern);
    WIN32_FIND_DATAW found;
    HANDLE search = Win32U_FindFirstFileEx(pattern, &found);
    if (search == INVALID_HANDLE_VALUE) {
@@ -200,7 +200,7 @@ char *FileFindSafeTmpDir(bool useSetting, bool useSystem)
       Warning("%s: FileGetTmpDir failed.\n", "FileGetSafeTmpDir");
       return nullptr;
    }
-   UniqueMalloc keptTmpDir(tmpDir);
+   UniqueMallocBlock keptTmpDir(tmpDir);
    bool volumeHasAcls = File_DoesVolumeSupportAcls(tmpDir);
    char userName[257 * 3];
    DWORD size = sizeof userName;
@@ -231,7 +231,7 @@ void FileRotateByRename(const char *path, uint32_t count, bool renumber, char **
    const char *dot = strrchr(path, '.');
    const char *extension = dot != nullptr ? dot : "";
    char *base = SafeStrndup(path, dot != nullptr ? static_cast<size_t>(dot - path) : strlen(path));
-   UniqueMalloc keptBase(base);
+   UniqueMallocBlock keptBase(base);
    if (renumber) {
       FileRotateByRenumber(path, base, extension, count, newName);
       return;
@@ -268,7 +268,7 @@ void FileRotateByRenumber(const char *path, const char *base, const char *extens
       Log("FILE: %s: failed to get full path for '%s'.\n", kFunction, base);
       return;
    }
-   UniqueMalloc keptFull(full);
+   UniqueMallocBlock keptFull(full);
    char *separator = strrchr(full, '\\');
    const char *name = separator != nullptr ? separator + 1 : full;
    const char *folder = "\\";

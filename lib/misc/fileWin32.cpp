@@ -468,7 +468,7 @@ bool FileIsWritableDir(const char *path)
    const SECURITY_INFORMATION what =
       OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
    DWORD size = 256;
-   UniqueMalloc descriptor(malloc(size));
+   UniqueMallocBlock descriptor(malloc(size));
    for (;;) {
       if (!descriptor) {
          Log("FILE: %s: Couldn't realloc\n", kFunction);
@@ -523,7 +523,7 @@ bool File_IsRemote(const char *path)
    if (full == nullptr) {
       return false;
    }
-   UniqueMalloc kept(full);
+   UniqueMallocBlock kept(full);
    if (full[0] == '\\' && full[1] == '\\') {
       return true;
    }
@@ -543,7 +543,7 @@ bool File_DoesVolumeSupportAcls(const char *path)
    if (full == nullptr) {
       return false;
    }
-   UniqueMalloc kept(full);
+   UniqueMallocBlock kept(full);
    // The volume: "X:" or "\\server\share", with a backslash behind it.
    size_t end = 0;
    if (full[0] == '\\' && full[1] == '\\') {
@@ -554,7 +554,7 @@ bool File_DoesVolumeSupportAcls(const char *path)
       end = strlen(full) >= 2 && full[1] == ':' ? 2 : strlen(full);
    }
    char *root = Str_SafeAsprintf(nullptr, "%.*s\\", static_cast<int>(end), full);
-   UniqueMalloc keptRoot(root);
+   UniqueMallocBlock keptRoot(root);
    Win32UWideArg wideRoot(root);
    DWORD flags = 0;
    if (!GetVolumeInformationW(wideRoot.text, nullptr, 0, nullptr, nullptr, &flags, nullptr, 0)) {

@@ -47,8 +47,7 @@ private:
    T value_{};
 };
 
-inline void UniqueResourceFree(void *block) { free(block); }
-using UniqueMalloc = UniqueResource<void *, &UniqueResourceFree>;
+using UniqueMallocBlock = UniqueResource<void *, &std::free>;
 
 #if defined(_WIN32)
 #include <windows.h>

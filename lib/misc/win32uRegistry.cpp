@@ -31,7 +31,7 @@ LONG Win32U_RegQueryValueEx(HKEY key, const char *name, DWORD *type, BYTE *data,
       return RegQueryValueExW(key, wideName.text, nullptr, nullptr, data, size);
    }
    // Room for a terminator the stored value may lack.
-   UniqueMalloc wide(SafeCalloc(wideSize + 2 * sizeof(wchar_t), 1));
+   UniqueMallocBlock wide(SafeCalloc(wideSize + 2 * sizeof(wchar_t), 1));
    status = RegQueryValueExW(key, wideName.text, nullptr, nullptr,
                              static_cast<BYTE *>(wide.get()), &wideSize);
    if (status != ERROR_SUCCESS) {
@@ -49,7 +49,7 @@ LONG Win32U_RegQueryValueEx(HKEY key, const char *name, DWORD *type, BYTE *data,
                               &utf8, &utf8Size)) {
       return ERROR_INVALID_DATA;
    }
-   UniqueMalloc kept(utf8);
+   UniqueMallocBlock kept(utf8);
    DWORD room = *size;
    *size = static_cast<DWORD>(utf8Size);
    if (data == nullptr) {

@@ -50,7 +50,7 @@ bool W32UtilWellKnownSid(const char *function, BYTE count, DWORD rid0, DWORD rid
 }
 
 // The administrators' SID and the chosen account's, both or neither.
-bool W32UtilGetBothSids(bool useSystem, UniqueMalloc *admins, UniqueMalloc *account)
+bool W32UtilGetBothSids(bool useSystem, UniqueMallocBlock *admins, UniqueMallocBlock *account)
 {
    PSID sid = nullptr;
    if (W32Util_GetLocalAdminGroupSid(&sid)) {
@@ -91,7 +91,7 @@ bool W32Util_GetCurrentUserSid(PSID *sid)
    }
    DWORD size = 0;
    GetTokenInformation(token.get(), TokenUser, nullptr, 0, &size);
-   UniqueMalloc user(SafeMalloc(size != 0 ? size : 1));
+   UniqueMallocBlock user(SafeMalloc(size != 0 ? size : 1));
    if (!GetTokenInformation(token.get(), TokenUser, user.get(), size, &size)) {
       Log("%s: GetTokenInformation: %d\n", kFunction, GetLastError());
       return false;
@@ -121,8 +121,8 @@ bool W32UtilIsDirectorySafe(const char *path, bool useSystem)
       Log("%s: Failed directory attributes check, \"%s\"\n", kFunction, path);
       return false;
    }
-   UniqueMalloc admins;
-   UniqueMalloc account;
+   UniqueMallocBlock admins;
+   UniqueMallocBlock account;
    if (!W32UtilGetBothSids(useSystem, &admins, &account)) {
       Log("%s: Couldn't get local admin or user/system SID\n", kFunction);
       return false;
@@ -191,14 +191,14 @@ bool W32UtilIsDirectorySafe(const char *path, bool useSystem)
 bool W32UtilMakeSafeDirectory(const char *path, bool useSystem)
 {
    static const char kFunction[] = "W32UtilMakeSafeDirectory";
-   UniqueMalloc admins;
-   UniqueMalloc account;
+   UniqueMallocBlock admins;
+   UniqueMallocBlock account;
    if (!W32UtilGetBothSids(useSystem, &admins, &account)) {
       Log("%s: Couldn't get local admin or user/system SID\n", kFunction);
       return false;
    }
    DWORD aclLength = GetLengthSid(admins.get()) + GetLengthSid(account.get()) + 24;
-   UniqueMalloc acl(SafeMalloc(aclLength));
+   UniqueMallocBlock acl(SafeMalloc(aclLength));
    PACL dacl = static_cast<PACL>(acl.get());
    if (!InitializeAcl(dacl, aclLength, ACL_REVISION)) {
       Log("%s: Couldn't init ACL\n", kFunction);

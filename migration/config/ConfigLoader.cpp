@@ -163,6 +163,33 @@ void LoadConfigFileList(IXMLDOMNode *section, std::vector<ConfigFileRule> &list)
    });
 }
 
+ComRef<IXMLDOMElement> GetMigrationRoot(IXMLDOMDocument *document)
+{
+   ComRef<IXMLDOMElement> root;
+   if (FAILED(document->get_documentElement(root.put())) || !root) {
+      LogMessage(LogLevelErrorWithCode, "Invalid XML: Missing root element");
+      return ComRef<IXMLDOMElement>();
+   }
+
+   // Lenient here only: sections are found by exact-case queries, and the write-back's
+   // path even names the root exactly.
+   BSTR tagName = nullptr;
+   root->get_tagName(&tagName);
+   if (!IsRootElementName(TakeBstr(tagName))) {
+      LogMessage(LogLevelErrorWithCode, "Invalid XML: Missing root 'VantoraMigration'");
+      return ComRef<IXMLDOMElement>();
+   }
+   return root;
+}
+
+void LoadMacroSection(IXMLDOMElement *root, MacroTable &table)
+{
+   if (ComRef<IXMLDOMNode> section = SelectSection(root, L"MigrationVars")) {
+      LogMessage(LogLevelInfo, "Load MigrationVars section.");
+      LoadMacroList(section.get(), table);
+   }
+}
+
 bool ParseMigrationDocument(const std::wstring &path, MigrationConfig &config)
 {
    try {
@@ -172,24 +199,12 @@ bool ParseMigrationDocument(const std::wstring &path, MigrationConfig &config)
          return false;
       }
 
-      ComRef<IXMLDOMElement> root;
-      if (FAILED(document->get_documentElement(root.put())) || !root) {
-         LogMessage(LogLevelErrorWithCode, "Invalid XML: Missing root element");
+      const ComRef<IXMLDOMElement> root = GetMigrationRoot(document.get());
+      if (!root) {
          return false;
       }
 
-      // Lenient here only: the sections below are found by exact-case queries.
-      BSTR tagName = nullptr;
-      root->get_tagName(&tagName);
-      if (!IsRootElementName(TakeBstr(tagName))) {
-         LogMessage(LogLevelErrorWithCode, "Invalid XML: Missing root 'VantoraMigration'");
-         return false;
-      }
-
-      if (ComRef<IXMLDOMNode> section = SelectSection(root.get(), L"MigrationVars")) {
-         LogMessage(LogLevelInfo, "Load MigrationVars section.");
-         LoadMacroList(section.get(), config.Macros);
-      }
+      LoadMacroSection(root.get(), config.Macros);
       if (ComRef<IXMLDOMNode> section = SelectSection(root.get(), L"ServiceMigration")) {
          LogMessage(LogLevelInfo, "Load ServiceMigration section.");
          LoadRegistryKeyList(section.get(), config.ServiceKeys);
@@ -214,9 +229,7 @@ bool ParseMigrationDocument(const std::wstring &path, MigrationConfig &config)
 bool LoadMigrationDocument(const std::wstring &path, MigrationConfig &config)
 {
    ComApartment apartment;
-   if (FAILED(apartment.Result())) {
-      LogMessage(LogLevelErrorWithCode, "COM initialization failed with %08X!.",
-                 static_cast<unsigned>(apartment.Result()));
+   if (!ApartmentReady(apartment)) {
       return false;
    }
    return ParseMigrationDocument(path, config);

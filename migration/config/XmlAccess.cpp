@@ -77,6 +77,25 @@ std::wstring TakeBstr(BSTR text)
    return std::wstring(owned.get(), SysStringLen(owned.get()));
 }
 
+bool ApartmentReady(const ComApartment &apartment)
+{
+   if (FAILED(apartment.Result())) {
+      LogMessage(LogLevelErrorWithCode, "COM initialization failed with %08X!.",
+                 static_cast<unsigned>(apartment.Result()));
+      return false;
+   }
+   return true;
+}
+
+VARIANT BorrowBstrVariant(const UniqueBstr &text)
+{
+   VARIANT variant;
+   VariantInit(&variant);
+   variant.vt = VT_BSTR;
+   variant.bstrVal = text.get();
+   return variant;
+}
+
 ComRef<IXMLDOMDocument> LoadXmlDocument(const std::wstring &path)
 {
    ComRef<IXMLDOMDocument> document;
@@ -94,13 +113,8 @@ ComRef<IXMLDOMDocument> LoadXmlDocument(const std::wstring &path)
    document->put_resolveExternals(VARIANT_FALSE);
 
    UniqueBstr source = AllocateBstr(path);
-   VARIANT location;
-   VariantInit(&location);
-   location.vt = VT_BSTR;
-   location.bstrVal = source.get(); // still owned by `source`
-
    VARIANT_BOOL loaded = VARIANT_FALSE;
-   hr = document->load(location, &loaded);
+   hr = document->load(BorrowBstrVariant(source), &loaded);
    if (FAILED(hr) || !loaded) {
       LogMessage(LogLevelErrorWithCode, "Failed to load XML file.");
       return ComRef<IXMLDOMDocument>();

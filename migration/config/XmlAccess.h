@@ -82,6 +82,12 @@ private:
    HRESULT result_;
 };
 
+// False after logging that COM couldn't be entered on this thread.
+bool ApartmentReady(const ComApartment &apartment);
+
+// A VT_BSTR variant that borrows `text`: it must not be cleared, and lives no longer than `text`.
+VARIANT BorrowBstrVariant(const UniqueBstr &text);
+
 // Loads the file without validation and without fetching anything external. Null means the
 // failure has already been logged.
 ComRef<IXMLDOMDocument> LoadXmlDocument(const std::wstring &path);

@@ -1,18 +1,10 @@
 #include "ScenarioFixture.h"
 
-#include <cstdio>
-
 namespace {
 
 std::wstring BasePackagePath()
 {
-   std::wstring path = scenario::Widen(VTR_BASE_MSI);
-   for (wchar_t &c : path) {
-      if (c == L'/') {
-         c = L'\\';
-      }
-   }
-   return L"Z:" + path;
+   return scenario::FromUnixPath(scenario::Widen(VTR_BASE_MSI));
 }
 
 void ResetMachine()
@@ -31,6 +23,7 @@ void InstallScenario::SetUp()
    workDirectory_ += scenario::Widen(info->name()) + L"\\";
    CreateDirectoryW(workDirectory_.c_str(), nullptr);
    ResetMachine();
+   mounts_ = scenario::SubKeyNames(HKEY_USERS);
 }
 
 void InstallScenario::TearDown()
@@ -39,6 +32,7 @@ void InstallScenario::TearDown()
       scenario::UninstallPackage(package_);
    }
    ResetMachine();
+   EXPECT_EQ(scenario::SubKeyNames(HKEY_USERS), mounts_) << "a hive stayed mounted";
 }
 
 scenario::InstallResult InstallScenario::Install(const scenario::PackageChanges &changes)
@@ -56,11 +50,7 @@ scenario::InstallResult InstallScenario::Install(const scenario::PackageChanges 
 
 scenario::PackageChanges InstallScenario::DeferredWithDocument(const std::string &xml)
 {
-   FILE *file = _wfopen(DocumentPath().c_str(), L"wb");
-   if (file != nullptr) {
-      fwrite(xml.data(), 1, xml.size(), file);
-      fclose(file);
-   }
+   scenario::WriteFileBytes(DocumentPath(), xml);
    scenario::PackageChanges changes;
    changes.configXml = xml;
    changes.properties.push_back({L"MigrateConfigFilepath", DocumentPath()});

@@ -11,10 +11,13 @@
 #include "misc/codeset.h"
 #include "misc/coreDump.h"
 #include "misc/hashTable.h"
+#include "misc/log.h"
 #include "misc/mxuser.h"
 #include "misc/panic.h"
 #include "misc/platform.h"
 #include "unicode/unicode.h"
+#include "user/dictionary_core.h"
+#include "user/msg.h"
 #if defined(_WIN32)
 #include "misc/win32u.h"
 #endif
@@ -49,8 +52,17 @@ const std::string kAllocatorNoise = ".*";  // AddressSanitizer's own line about 
 #endif
 std::atomic<HashTable *> tableSlot{nullptr};
 
+// The panic report takes the log's and the message facility's locks: made before lock
+// creation breaks, as in any process that has logged, so that only the lock under test fails.
+void MakeReportLocks()
+{
+   Log("\n");
+   Msg_HasPending();
+}
+
 void FailNativeLock()
 {
+   MakeReportLocks();
    mxUserPlatform.initLock = [](PlatformMutex *, uint32_t) {
       Platform_SetLastError(5);
       return false;
@@ -107,7 +119,7 @@ TEST(PanicDeathTest, EveryTextExactly)
        Quoted("MXUser_CreateRecLock: native lock initialization routine failed\n")},
       {[] { FailNativeLock(); MXUser_CreateExclLock("x", 1); },
        Quoted("MXUser_CreateExclLock: native lock initialization routine failed\n")},
-      {[] { mxUserPlatform.statsMode = [] { return 7; }; MXUser_CreateExclLock("x", 1); },
+      {[] { MakeReportLocks(); mxUserPlatform.statsMode = [] { return 7; }; MXUser_CreateExclLock("x", 1); },
        Quoted("MXUser_CreateExclLock: unknown stats mode: 7!\n")},
       {[] { mxUserNextSerialNumber = 0; MXUser_CreateRecLock("r", 1); },
        Quoted("MXUserAllocSerialNumber: too many locks!\n")},
@@ -126,6 +138,15 @@ TEST(PanicDeathTest, EveryTextExactly)
       {[] { DynBuf b; DynBuf_Init(&b); dontUseIcu = false;
             CodeSet_GenericToGeneric("UTF-8", "a", 1, "UTF-16LE", 3, &b); },
        Quoted("NOT_IMPLEMENTED lib/misc/codeset:969\n")},
+      {[] { Msg_Append("@&!*@*@(k)%*d", 1, 2); },
+       Quoted("MsgList_VAppend error: MsgFmt_GetArgs: error in format string\nformat "
+              "<@&!*@*@(k)%*d>\n")},
+      {[] { DictionaryAddEntry(Dictionary_Create(), SafeStrdup("n"), nullptr, 7, false, false); },
+       Quoted("NOT_REACHED lib/user/dictionary_core:835\n")},
+      {[] { DictionaryGet(Dictionary_Create(), nullptr, 0x1007, "n"); },
+       Quoted("NOT_REACHED lib/user/dictionary_core:1322\n")},
+      {[] { DictionaryValue v; DictionaryParseValue("n", "1", 0, nullptr, &v, nullptr); },
+       Quoted("NOT_REACHED lib/user/dictionary_core:361\n")},
       {[] { Unicode_EncodingEnumToName(999); },
        Quoted("NOT_REACHED lib/unicode/unicodeSimpleTypes:3197\n")},
       {[] { Unicode_Substr("a\xC0\x80", 0, 1); },

@@ -5,7 +5,6 @@
 #include <windows.h>
 #include <objbase.h>
 
-#include <regex>
 #include <thread>
 
 #include "LogCapture.h"
@@ -26,21 +25,6 @@ std::wstring Write(const LogCapture &capture, const char *xml)
       fclose(file);
    }
    return path;
-}
-
-// The entries with the path as "{path}" and the system's text behind "Last Error: " cut off,
-// once its code part has been seen.
-std::vector<std::string> Log(const LogCapture &capture, const std::wstring &path)
-{
-   static const std::regex withCode(R"(^([\s\S]*Last Error: )[\s\S]* \(code: \d+\)$)");
-   std::vector<std::string> lines;
-   for (std::string entry : capture.Entries()) {
-      if (const size_t at = entry.find(Narrow(path)); at != std::string::npos) {
-         entry.replace(at, path.size(), "{path}");
-      }
-      lines.push_back(std::regex_replace(entry, withCode, "$1"));
-   }
-   return lines;
 }
 
 void DumpKey(std::wstring &out, const RegistrySubKeyRule &key, const std::wstring &indent)
@@ -131,7 +115,7 @@ TEST(LoadMigrationDocument, Documents)
       MigrationConfig config;
       EXPECT_EQ(LoadMigrationDocument(path, config), c.loaded);
       EXPECT_EQ(Dump(config), c.dump);
-      EXPECT_EQ(Log(capture, path), c.log);
+      EXPECT_EQ(capture.Lines(path), c.log);
    }
 }
 
@@ -157,7 +141,7 @@ TEST(LoadMigrationDocument, BracketsComOnItsOwn)
    EXPECT_EQ(afterFresh, S_OK);
    EXPECT_EQ(afterNested, S_FALSE);
    EXPECT_FALSE(inMta);
-   EXPECT_EQ(Log(capture, path), Lines{"ERRO COM initialization failed with 80010106!.Last Error: "});
+   EXPECT_EQ(capture.Lines(path), Lines{"ERRO COM initialization failed with 80010106!.Last Error: "});
 }
 
 TEST(XmlAccess, AttributesAndSelection)
@@ -236,7 +220,7 @@ TEST_F(LoadConfiguration, ABrokenDocumentIsFileInvalid)
 {
    const std::wstring path = Write(capture_, "<VantoraMigration>");
    EXPECT_EQ(LoadMigrationConfiguration(0, config_, path), 1006u);
-   EXPECT_EQ(Log(capture_, path), (Lines{"INFO Enter function: LoadMigrationConfiguration.",
+   EXPECT_EQ(capture_.Lines(path), (Lines{"INFO Enter function: LoadMigrationConfiguration.",
                                          "INFO Parsing migration config file {path}.", NotLoaded[0], NotLoaded[1],
                                          "ERRO Installer can't load configuration file.",
                                          "INFO Leave function: LoadMigrationConfiguration."}));
@@ -247,7 +231,7 @@ TEST_F(LoadConfiguration, AGoodDocumentListsItsMacros)
    const std::wstring path = Write(capture_, R"(<VantoraMigration><MigrationVars><Macro Name="DIR" Variable="INSTALLDIR"
       Value="C:\Corvane\"/><Macro Name="E"/></MigrationVars><FileMigration/></VantoraMigration>)");
    EXPECT_EQ(LoadMigrationConfiguration(0, config_, path), 0u);
-   EXPECT_EQ(Log(capture_, path),
+   EXPECT_EQ(capture_.Lines(path),
              (Lines{"INFO Enter function: LoadMigrationConfiguration.", "INFO Parsing migration config file {path}.",
                     "INFO Load MigrationVars section.", "INFO Load FileMigration section.",
                     "INFO Global macro table write to XML:", "INFO Macro: DIR Variable: INSTALLDIR Value: C:\\Corvane\\.",

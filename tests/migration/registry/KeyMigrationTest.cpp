@@ -8,6 +8,7 @@
 
 #include "HandleGuards.h"
 #include "LogCapture.h"
+#include "MsiScenario.h"
 #include "RegistryTestSupport.h"
 #include "actions/CustomActions.h"
 #include "registry/KeyMigration.h"
@@ -24,13 +25,7 @@ const std::wstring Dest = TestRoot + L"\\Client";
 
 void SetPrivilege(const wchar_t *name, bool enable)
 {
-   UniqueHandle token;
-   ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, token.put()));
-   TOKEN_PRIVILEGES privileges{};
-   privileges.PrivilegeCount = 1;
-   ASSERT_TRUE(LookupPrivilegeValueW(nullptr, name, &privileges.Privileges[0].Luid));
-   privileges.Privileges[0].Attributes = enable ? SE_PRIVILEGE_ENABLED : 0;
-   ASSERT_TRUE(AdjustTokenPrivileges(token.get(), FALSE, &privileges, sizeof(privileges), nullptr, nullptr));
+   ASSERT_TRUE(scenario::SetPrivilege(name, enable));
 }
 
 RegistryKeyRule Rule(const std::wstring &source, const std::wstring &dest, const std::wstring &action,
@@ -41,20 +36,7 @@ RegistryKeyRule Rule(const std::wstring &source, const std::wstring &dest, const
 
 std::vector<std::wstring> SubKeyNames(const std::wstring &path)
 {
-   std::vector<std::wstring> names;
-   UniqueHkey key;
-   if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS) {
-      return names;
-   }
-   for (DWORD index = 0;; ++index) {
-      wchar_t name[256];
-      DWORD length = 256;
-      if (RegEnumKeyExW(key.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
-         break;
-      }
-      names.emplace_back(name, length);
-   }
-   return names;
+   return scenario::SubKeyNames(HKEY_LOCAL_MACHINE, path);
 }
 
 void SetKeySecurity(const std::wstring &path, const wchar_t *sddl, SECURITY_INFORMATION what)

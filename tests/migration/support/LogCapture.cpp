@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 
 #include "MsiScenario.h"
@@ -15,29 +17,6 @@ std::wstring GetEnv(const wchar_t *name)
    return std::wstring(value, length < MAX_PATH ? length : 0);
 }
 
-void RemoveTree(const std::wstring &directory)
-{
-   WIN32_FIND_DATAW data;
-   HANDLE find = FindFirstFileW((directory + L"\\*").c_str(), &data);
-   if (find != INVALID_HANDLE_VALUE) {
-      do {
-         std::wstring name = data.cFileName;
-         if (name == L"." || name == L"..") {
-            continue;
-         }
-         std::wstring path = directory + L"\\" + name;
-         if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-            RemoveTree(path);
-         } else {
-            SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
-            DeleteFileW(path.c_str());
-         }
-      } while (FindNextFileW(find, &data));
-      FindClose(find);
-   }
-   RemoveDirectoryW(directory.c_str());
-}
-
 } // namespace
 
 LogCapture::LogCapture() : savedTmp_(GetEnv(L"TMP")), savedTemp_(GetEnv(L"TEMP"))
@@ -47,7 +26,7 @@ LogCapture::LogCapture() : savedTmp_(GetEnv(L"TMP")), savedTemp_(GetEnv(L"TEMP")
    GetTempPathW(MAX_PATH, base);
    directory_ = std::wstring(base) + L"vtrlog-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
                 std::to_wstring(++serial);
-   RemoveTree(directory_);
+   scenario::RemoveTree(directory_);
    CreateDirectoryW(directory_.c_str(), nullptr);
    // GetTempPath reads TMP first, then TEMP; both are set so either lookup finds the directory.
    SetEnvironmentVariableW(L"TMP", (directory_ + L"\\").c_str());
@@ -58,7 +37,7 @@ LogCapture::~LogCapture()
 {
    SetEnvironmentVariableW(L"TMP", savedTmp_.empty() ? nullptr : savedTmp_.c_str());
    SetEnvironmentVariableW(L"TEMP", savedTemp_.empty() ? nullptr : savedTemp_.c_str());
-   RemoveTree(directory_);
+   scenario::RemoveTree(directory_);
 }
 
 std::string LogCapture::Contents() const
@@ -69,4 +48,30 @@ std::string LogCapture::Contents() const
 std::vector<std::string> LogCapture::Entries() const
 {
    return scenario::SplitLogEntries(Contents());
+}
+
+std::vector<std::string> LogCapture::Lines(const std::wstring &path) const
+{
+   const std::string shown = scenario::Narrow(path);
+   std::vector<std::string> lines = scenario::CutErrorTexts(Entries());
+   for (std::string &line : lines) {
+      for (size_t at; !shown.empty() && (at = line.find(shown)) != std::string::npos;) {
+         line.replace(at, shown.size(), "{path}");
+      }
+   }
+   return lines;
+}
+
+MSIHANDLE OpenSession(const scenario::PackageChanges &changes)
+{
+   static unsigned serial = 0;
+   // Reused by the next run: the tests that open sessions never run beside each other.
+   const std::wstring package = scenario::TempDirectory() + L"vtrsession-" + std::to_wstring(++serial) + L".msi";
+   std::string error;
+   EXPECT_TRUE(scenario::BuildPackage(scenario::FromUnixPath(scenario::Widen(VTR_BASE_MSI)), package, changes, error))
+      << error;
+   MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
+   MSIHANDLE session = 0;
+   EXPECT_EQ(MsiOpenPackageW(package.c_str(), &session), 0u);
+   return session;
 }
