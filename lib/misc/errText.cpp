@@ -92,12 +92,12 @@ const char *ErrText_Last()
    return ErrText_Of(Platform_GetLastError());
 }
 
-bool ErrText_IsKnown(const char *text, uint32_t *code)
+bool ErrText_IsKnown(const char *text, int32_t *code)
 {
    void *found = nullptr;
    if (text == nullptr || !HashTable_Lookup(ErrTextTable(&codesByText), text, &found)) {
       return false;
    }
-   *code = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(found));
+   *code = static_cast<int32_t>(reinterpret_cast<uintptr_t>(found));
    return true;
 }

@@ -8,7 +8,8 @@
 const char *ErrText_Last();
 const char *ErrText_Of(uint32_t code);
 // True when `text` is a pointer that this module handed out; its number goes to *code.
-bool ErrText_IsKnown(const char *text, uint32_t *code);
+// Shaped for MsgFmt_SetErrorStringTest.
+bool ErrText_IsKnown(const char *text, int32_t *code);
 
 // Where the texts come from. Tests replace the entry to feed texts the system never gives;
 // nothing else changes it.

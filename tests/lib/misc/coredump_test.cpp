@@ -12,6 +12,8 @@
 
 #include "fileTestSupport.h"
 #include "misc/coreDump.h"
+#include "misc/panic.h"
+#include "misc/platform.h"
 #include "string/str.h"
 
 namespace {
@@ -148,9 +150,26 @@ TEST(CoreDumpDeathTest, DumpsRotationAndReservation)
    }
 }
 
+std::string RingFile()
+{
+   char temp[MAX_PATH];
+   Win32U_GetTempPath(sizeof temp, temp);
+   return std::string(temp) + "coredump-ring.txt";
+}
+
+// The child's log ring goes to a file as the process ends, for the parent to read.
+void KeepRingAtTheEnd()
+{
+   ShowFoldersAsPrivate();
+   panicPlatform.terminate = [](int code) {
+      std::ofstream(RingFile(), std::ios::binary) << LogRing();
+      Platform_TerminateProcess(code);
+   };
+}
+
 // The whole report of a failed check in a child: the text on the standard error stream, the
-// exit code of a first panic, and a dump beside the process's other temporary data, rotated
-// by the second panic.
+// exit code of a first panic, the log's lines in their order, and a dump beside the
+// process's other temporary data, rotated by the second panic.
 TEST(CoreDumpDeathTest, WholePanic)
 {
    GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -167,15 +186,48 @@ TEST(CoreDumpDeathTest, WholePanic)
    if (!testing::internal::InDeathTestChild()) {
       FolderWith(folder.substr(folder.rfind('\\') + 1), {});
    }
-   const Files afterEach[] = {
-      {"lib_misc_coredump_test.dmp=MDMP"},
-      {"lib_misc_coredump_test-0.dmp=MDMP", "lib_misc_coredump_test.dmp=MDMP"},
+   const std::string dump = folder + "\\lib_misc_coredump_test.dmp";
+   const struct {
+      void (*setUp)();
+      Files dumps;
+      Files lines;  // in this order, each a line or the start of one
+      const char *absent;
+   } rounds[] = {
+      {KeepRingAtTheEnd, {"lib_misc_coredump_test.dmp=MDMP"},
+       {"PANIC: VERIFY lib/misc/windowsu:938\n", "Backtrace:\n", "backtrace[00] frame 0x",
+        "Win32 object usage: GDI ", "CoreDump_CoreDump: faking exception to get context\n",
+        "CoreDump: Writing minidump to " + dump + "\n", "CoreDump: Including thread ",
+        "CoreDump: including module base 0x0x", "Exiting\n"},
+       "Minidump failed"},
+      {[] { KeepRingAtTheEnd(); panicPlatform.guiResources = [](uint32_t *, uint32_t *) { return false; }; },
+       {"lib_misc_coredump_test-0.dmp=MDMP", "lib_misc_coredump_test.dmp=MDMP"},
+       {"PANIC: VERIFY lib/misc/windowsu:938\n", "CoreDump: Minidump file " + dump + " exists. Rotating ...\n",
+        "CoreDump: Current max dump count is 5.\n", "CoreDump: Writing minidump to " + dump + "\n"},
+       "Win32 object usage"},
+      {[] { KeepRingAtTheEnd(); coreDumpPlatform.loadLibrary = [](const wchar_t *) { return HMODULE{}; }; },
+       {"lib_misc_coredump_test-0.dmp=MDMP", "lib_misc_coredump_test.dmp=MDMP"},
+       {"PANIC: VERIFY lib/misc/windowsu:938\n", "Backtrace:\n", "CoreDump: Can't find DbgHelp.dll!\n",
+        "CoreDump: Failed to resolve dbghelp.dll symbols. No backtrace.----\n",
+        "CoreDump_CoreDump: faking exception to get context\n", "Exiting\n"},
+       "CoreDump: Writing minidump"},
    };
-   for (const Files &want : afterEach) {
-      EXPECT_EXIT((ShowFoldersAsPrivate(),
-                   Win32U_FormatMessage(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 1031, nullptr)),
+   for (const auto &r : rounds) {
+      EXPECT_EXIT((r.setUp(), Win32U_FormatMessage(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 1031, nullptr)),
                   testing::ExitedWithCode(-1), "^VERIFY lib/misc/windowsu:938\n$");
-      EXPECT_EQ(Contents(folder, 4), want);
+      if (testing::internal::InDeathTestChild()) {
+         continue;  // the files are those of later rounds
+      }
+      EXPECT_EQ(Contents(folder, 4), r.dumps);
+      std::ifstream in(RingFile(), std::ios::binary);
+      const std::string ring = "\n" + std::string(std::istreambuf_iterator<char>(in), {});
+      size_t at = 0;
+      for (const std::string &line : r.lines) {
+         at = ring.find("\n" + line, at);
+         ASSERT_NE(at, std::string::npos) << line << " after the lines before it";
+         at++;
+      }
+      EXPECT_EQ(ring.find(r.absent), std::string::npos) << r.absent;
+      EXPECT_EQ(ring.find("Can't find DbgHelp.dll!"), ring.rfind("Can't find DbgHelp.dll!")) << "once";
    }
 }
 

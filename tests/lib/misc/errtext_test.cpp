@@ -45,9 +45,9 @@ TEST(ErrText, CutsStopsAndFallsBack)
       EXPECT_EQ(errno, errnoBefore);
       systemText = "changed";
       EXPECT_EQ(ErrText_Of(r.code), text) << "made once";
-      uint32_t code = 0;
+      int32_t code = 0;
       EXPECT_TRUE(ErrText_IsKnown(text, &code));
-      EXPECT_EQ(code, r.code);
+      EXPECT_EQ(static_cast<uint32_t>(code), r.code);
       std::string copy = text;
       EXPECT_FALSE(ErrText_IsKnown(copy.c_str(), &code));
    }

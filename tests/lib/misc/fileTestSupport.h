@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "misc/file.h"
+#include "misc/log.h"
 #include "misc/win32u.h"
 #include "misc/windowsUtil2.h"
 
@@ -52,6 +53,24 @@ inline Files Contents(const std::string &folder, size_t bytes = std::string::npo
    free(names);
    std::sort(result.begin(), result.end());
    return result;
+}
+
+// Everything the log's memory ring holds, oldest first.
+inline std::string LogRing()
+{
+   std::string text;
+   Log_ForEachRingRecord([](const LogHeader *, const char *record, size_t length, void *to) {
+      static_cast<std::string *>(to)->append(record, length);
+   }, &text);
+   return text;
+}
+
+// The last line of the ring.
+inline std::string LastLogLine()
+{
+   std::string ring = LogRing();
+   size_t start = ring.size() > 1 ? ring.rfind('\n', ring.size() - 2) : std::string::npos;
+   return start == std::string::npos ? ring : ring.substr(start + 1);
 }
 
 // What the seam shows as the descriptor of every folder, in SDDL, and how often it was read.

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "fileTestSupport.h"
+#include "misc/errText.h"
 
 namespace {
 
@@ -27,6 +28,7 @@ TEST(File, ErrnoOfPlatformErrors)
       EXPECT_EQ(FileMapErrorToErrno("test", r.error), r.want) << r.error;
       EXPECT_EQ(GetLastError(), r.error);
    }
+   EXPECT_EQ(LastLogLine(), "FILE: test unmapped error code 9999\n");
 }
 
 DWORD heldError;
@@ -63,7 +65,11 @@ TEST(File, RetriesWhileHeld)
       heldFor = r.failures;
       attempts = 0;
       sleeps.clear();
+      const size_t logged = LogRing().size();
       EXPECT_EQ(FileDeletionRetry("C:\\held", false, r.msecs), r.wantErrno) << r.failures;
+      EXPECT_EQ(LogRing().substr(logged),
+                r.failures >= 0 ? "" : "FILE: FileDeletionRetry: Retry time expired (250, C:\\held); last error " +
+                                          std::string(ErrText_Of(r.error)) + " (32)\n");
       if (r.wantAttempts > 0) {
          EXPECT_EQ(attempts, r.wantAttempts) << r.failures;
       }

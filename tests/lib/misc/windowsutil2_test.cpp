@@ -33,29 +33,33 @@ TEST(W32Util, DirectorySafety)
       DWORD attributes;
       bool useSystem;
       std::string sddl;  // U stands for the current user
-      bool safe;
+      const char *failure;  // the check that fails, or null for a safe folder
    } rows[] = {
-      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(A;;FA;;;BA)(A;;FA;;;U)", true},
-      {FILE_ATTRIBUTE_DIRECTORY, false, "O:BAD:P(A;;0x12019f;;;U)(A;;0x12019f;;;BA)", true},
-      {FILE_ATTRIBUTE_DIRECTORY, false, "D:P(A;;FA;;;BA)(A;;FA;;;U)", true},  // no owner
-      {FILE_ATTRIBUTE_DIRECTORY, true, "O:BAD:P(A;;FA;;;BA)(A;;FA;;;SY)", true},
-      {FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT, false, "", false},
-      {INVALID_FILE_ATTRIBUTES, false, "", false},
-      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:NO_ACCESS_CONTROL", false},
-      {FILE_ATTRIBUTE_DIRECTORY, false, "O:SYD:P(A;;FA;;;BA)(A;;FA;;;U)", false},
-      {FILE_ATTRIBUTE_DIRECTORY, true, "O:UD:P(A;;FA;;;BA)(A;;FA;;;SY)", false},
-      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:(A;;FA;;;BA)(A;;FA;;;U)", false},
-      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(A;;FA;;;BA)(A;;FA;;;U)(A;;FR;;;WD)", false},
-      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(A;;FA;;;BA)", false},
-      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(A;;FA;;;WD)(A;;FA;;;U)", false},
-      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(D;;FA;;;BA)(A;;FA;;;U)", false},
-      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(A;;0x12019e;;;BA)(A;;FA;;;U)", false},
+      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(A;;FA;;;BA)(A;;FA;;;U)", nullptr},
+      {FILE_ATTRIBUTE_DIRECTORY, false, "O:BAD:P(A;;0x12019f;;;U)(A;;0x12019f;;;BA)", nullptr},
+      {FILE_ATTRIBUTE_DIRECTORY, false, "D:P(A;;FA;;;BA)(A;;FA;;;U)", nullptr},  // no owner
+      {FILE_ATTRIBUTE_DIRECTORY, true, "O:BAD:P(A;;FA;;;BA)(A;;FA;;;SY)", nullptr},
+      {FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT, false, "", "Failed directory attributes check"},
+      {INVALID_FILE_ATTRIBUTES, false, "", "Failed directory attributes check"},
+      {FILE_ATTRIBUTE_DIRECTORY, false, "O:U", "Failed DACL presence check"},  // no DACL at all
+      {FILE_ATTRIBUTE_DIRECTORY, false, "O:SYD:P(A;;FA;;;BA)(A;;FA;;;U)", "Failed owner SID match"},
+      {FILE_ATTRIBUTE_DIRECTORY, true, "O:UD:P(A;;FA;;;BA)(A;;FA;;;SY)", "Failed owner SID match"},
+      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:(A;;FA;;;BA)(A;;FA;;;U)", "Failed DACL inherit check"},
+      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(A;;FA;;;BA)(A;;FA;;;U)(A;;FR;;;WD)", "Failed DACL num entries check"},
+      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(A;;FA;;;BA)", "Failed DACL num entries check"},
+      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(A;;FA;;;WD)(A;;FA;;;U)", "Failed correct user and admin ACE presence check"},
+      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(D;;FA;;;BA)(A;;FA;;;U)", "Failed correct user and admin ACE presence check"},
+      {FILE_ATTRIBUTE_DIRECTORY, false, "O:UD:P(A;;0x12019e;;;BA)(A;;FA;;;U)", "Failed correct user and admin ACE presence check"},
    };
    for (const auto &r : rows) {
       attributes = r.attributes;
       ShowFolderSecurity(r.sddl);
       securityReads = 0;
-      EXPECT_EQ(W32UtilIsDirectorySafe("C:\\any", r.useSystem), r.safe) << r.sddl;
+      EXPECT_EQ(W32UtilIsDirectorySafe("C:\\any", r.useSystem), r.failure == nullptr) << r.sddl;
+      if (r.failure != nullptr) {
+         EXPECT_EQ(LastLogLine(),
+                   "W32UtilIsDirectorySafe: " + std::string(r.failure) + ", \"C:\\any\"\n");
+      }
       if ((r.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
          EXPECT_EQ(securityReads, 0) << "a junction's security is never read";
       }
