@@ -3,8 +3,7 @@
 // applies gives the family and version numbers (the server one odd); the name begins with
 // "Windows", states the word size a server or the machine has, and ends with its build
 // (and revision from Windows 10 on); a server from Windows 10 on is named by its build's
-// release; the identifier's "-64" agrees; the process-wide texts repeat the name and the
-// version.
+// release; the identifier's "-64" agrees.
 
 #include <cstdint>
 #include <cstring>
@@ -19,15 +18,6 @@ struct Machine {
    uint32_t wordSize, build, revision, productType;
 } machine;
 
-uint32_t Take(const uint8_t *&data, size_t &size, size_t bytes)
-{
-   uint32_t value = 0;
-   for (size_t i = 0; i < bytes && size > 0; i++, size--) {
-      value = value << 8 | *data++;
-   }
-   return value;
-}
-
 bool EndsWith(const std::string &text, const std::string &end)
 {
    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
@@ -38,11 +28,15 @@ bool EndsWith(const std::string &text, const std::string &end)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
    static const HostOsVersion kVersions[] = {{6, 1}, {6, 2}, {6, 3}, {6, 4}, {10, 0}, {11, 0}, {6, 0}, {10, 1}};
-   uint32_t pick = Take(data, size, 1);
-   HostOsVersion version = pick < 8 ? kVersions[pick] : HostOsVersion{pick >> 4, pick & 15};
-   uint32_t flags = Take(data, size, 1);
-   machine = {(flags & 1) != 0, (flags & 2) != 0, (flags & 4) != 0 ? 32u : 64u,
-              Take(data, size, 4), Take(data, size, 4), Take(data, size, 2)};
+   struct {
+      uint8_t pick, flags;
+      uint16_t productType;
+      uint32_t build, revision;
+   } in = {};
+   memcpy(&in, data, size < sizeof in ? size : sizeof in);
+   HostOsVersion version = in.pick < 8 ? kVersions[in.pick] : HostOsVersion{in.pick / 16u, in.pick % 16u};
+   machine = {(in.flags & 1) != 0, (in.flags & 2) != 0, (in.flags & 4) != 0 ? 32u : 64u,
+              in.build, in.revision, in.productType};
    hostinfoPlatform.isServer = [] { return machine.server; };
    hostinfoPlatform.wordSize = [] { return machine.wordSize; };
    hostinfoPlatform.build = [] { return machine.build; };
@@ -96,10 +90,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
    const bool serverIdentifier = identifier.find("srv") != std::string::npos;
    if (identifier.rfind("windows", 0) != 0 ||
        (EndsWith(identifier, "-64") != (sixtyFour || serverIdentifier))) {
-      __builtin_trap();
-   }
-   if (strcmp(Hostinfo_OsTexts()->fullName, name.name) != 0 ||
-       Hostinfo_OsTexts()->version != std::to_string(version.major) + "." + std::to_string(version.minor)) {
       __builtin_trap();
    }
    return 0;

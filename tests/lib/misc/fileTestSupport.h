@@ -65,14 +65,6 @@ inline std::string LogRing()
    return text;
 }
 
-// The last line of the ring.
-inline std::string LastLogLine()
-{
-   std::string ring = LogRing();
-   size_t start = ring.size() > 1 ? ring.rfind('\n', ring.size() - 2) : std::string::npos;
-   return start == std::string::npos ? ring : ring.substr(start + 1);
-}
-
 // What the seam shows as the descriptor of every folder, in SDDL, and how often it was read.
 inline std::string shownSecurity;
 inline int securityReads = 0;
