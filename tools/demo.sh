@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # The main job: builds the DLL and the demo package, seeds a fresh Wine prefix with the old
-# vendor's installation, installs the package with Wine's msiexec and prints what the
-# migration did: the custom actions' results, MigrVantora.log and the resulting keys.
+# vendor's installation, installs the package with Wine's msiexec (the whole sequence: the
+# document comes out of the Binary table, its macros are resolved against the installer's
+# properties, SERVERURL given on the command line) and prints what the migration did: the
+# custom actions' results, the macro section before and after, MigrVantora.log and the keys.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD

@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   cmake ninja-build g++ clang libclang-rt-14-dev
-  googletest libgtest-dev libbenchmark-dev libfmt-dev libstb-dev
+  googletest libgtest-dev libbenchmark-dev libfmt-dev libstb-dev libicu-dev
   g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
   wine64 wixl msitools
 )

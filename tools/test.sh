@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Builds both presets and runs every test: the host preset natively under ASan and UBSan
-# (unit tests and short fuzz runs), the windows preset under Wine (unit, integration and
-# end-to-end msiexec scenarios).
+# Builds the presets and runs every test: the host preset natively under ASan and UBSan
+# (unit tests and short fuzz runs), the tsan preset (the hash table and lock tests under
+# ThreadSanitizer, two small executables), the windows preset under Wine (unit, integration
+# and end-to-end msiexec scenarios).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -9,7 +10,7 @@ tools/setup.sh
 
 jobs=$(nproc)
 status=0
-for preset in host windows; do
+for preset in host tsan windows; do
   echo "== $preset: configure and build"
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset" -j "$jobs"

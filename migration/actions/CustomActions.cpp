@@ -75,12 +75,15 @@ std::wstring NextDelimitedToken(const std::wstring &source, const std::wstring &
    return field;
 }
 
-bool SetProcessPrivilege(HANDLE token, const wchar_t *privilegeName, int enable)
+namespace {
+
+enum class PrivilegeFailure { None, Lookup, Adjust };
+
+PrivilegeFailure AdjustPrivilege(HANDLE token, const wchar_t *privilegeName, int enable)
 {
    LUID luid;
    if (!LookupPrivilegeValueW(nullptr, privilegeName, &luid)) {
-      LogMessage(LogLevelErrorWithCode, "LookupPrivilegeValue error.");
-      return false;
+      return PrivilegeFailure::Lookup;
    }
 
    TOKEN_PRIVILEGES privileges = {};
@@ -91,8 +94,24 @@ bool SetProcessPrivilege(HANDLE token, const wchar_t *privilegeName, int enable)
    // A token that lacks the privilege still succeeds here (ERROR_NOT_ALL_ASSIGNED is not
    // looked for); the operations that need it fail later, each with its own line.
    if (!AdjustTokenPrivileges(token, FALSE, &privileges, sizeof(TOKEN_PRIVILEGES), nullptr, nullptr)) {
+      return PrivilegeFailure::Adjust;
+   }
+   return PrivilegeFailure::None;
+}
+
+} // namespace
+
+bool SetProcessPrivilege(HANDLE token, const wchar_t *privilegeName, int enable)
+{
+   switch (AdjustPrivilege(token, privilegeName, enable)) {
+   case PrivilegeFailure::Lookup:
+      LogMessage(LogLevelErrorWithCode, "LookupPrivilegeValue error.");
+      return false;
+   case PrivilegeFailure::Adjust:
       LogMessage(LogLevelErrorWithCode, "AdjustTokenPrivileges failed.");
       return false;
+   case PrivilegeFailure::None:
+      break;
    }
    return true;
 }
@@ -123,6 +142,10 @@ bool EnableMigrationPrivileges()
          return false;
       }
    }
+   // The installer's service account holds this one disabled. Enabled, it lets the key
+   // migration open keys for their audit settings, which no DACL can grant; a token without
+   // it migrates exactly as it would otherwise, so whatever happens here goes unsaid.
+   AdjustPrivilege(token.get(), L"SeSecurityPrivilege", 1);
    return true;
 }
 

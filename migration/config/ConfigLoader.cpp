@@ -7,15 +7,8 @@ namespace {
 
 constexpr wchar_t RootElementName[] = L"VantoraMigration";
 
-// The warnings of one list reader, oddities kept: the sub-key list shares the first two with
-// the value list word for word, and only the macro list says "number". Log filters in the
-// field match these texts.
-struct ListMessages {
-   const char *noElements;
-   const char *unknownCount;
-   const char *itemFailed; // takes the zero-based index
-};
-
+// The warnings of each list, oddities kept: the sub-key list shares the first two with the
+// value list word for word, and only the macro list says "number".
 constexpr ListMessages MacroMessages = {
    "There has no Macro elements in section.",
    "Don't know how many Macro elements in section.",
@@ -90,22 +83,6 @@ void ReadKeyRule(IXMLDOMNode *element, RegistrySubKeyRule &rule)
    LoadRegistrySubKeyList(element, rule.SubKeys);
 }
 
-bool IsRootElementName(const std::wstring &name)
-{
-   // Only A to Z fold: a letter that merely upper-cases to one of ours is another name.
-   const auto fold = [](wchar_t c) { return (c >= L'a' && c <= L'z') ? static_cast<wchar_t>(c - L'a' + L'A') : c; };
-   const std::wstring expected = RootElementName;
-   if (name.size() != expected.size()) {
-      return false;
-   }
-   for (size_t i = 0; i < name.size(); ++i) {
-      if (fold(name[i]) != fold(expected[i])) {
-         return false;
-      }
-   }
-   return true;
-}
-
 // The first element `name` directly below `root`, or null when there is none.
 ComRef<IXMLDOMNode> SelectSection(IXMLDOMElement *root, const wchar_t *name)
 {
@@ -163,6 +140,33 @@ void LoadConfigFileList(IXMLDOMNode *section, std::vector<ConfigFileRule> &list)
    });
 }
 
+ComRef<IXMLDOMElement> GetMigrationRoot(IXMLDOMDocument *document)
+{
+   ComRef<IXMLDOMElement> root;
+   if (FAILED(document->get_documentElement(root.put())) || !root) {
+      LogMessage(LogLevelErrorWithCode, "Invalid XML: Missing root element");
+      return ComRef<IXMLDOMElement>();
+   }
+
+   // Lenient here only: sections are found by exact-case queries, and the write-back's
+   // path even names the root exactly.
+   BSTR tagName = nullptr;
+   root->get_tagName(&tagName);
+   if (!IsRootElementName(TakeBstr(tagName), RootElementName)) {
+      LogMessage(LogLevelErrorWithCode, "Invalid XML: Missing root 'VantoraMigration'");
+      return ComRef<IXMLDOMElement>();
+   }
+   return root;
+}
+
+void LoadMacroSection(IXMLDOMElement *root, MacroTable &table)
+{
+   if (ComRef<IXMLDOMNode> section = SelectSection(root, L"MigrationVars")) {
+      LogMessage(LogLevelInfo, "Load MigrationVars section.");
+      LoadMacroList(section.get(), table);
+   }
+}
+
 bool ParseMigrationDocument(const std::wstring &path, MigrationConfig &config)
 {
    try {
@@ -172,24 +176,12 @@ bool ParseMigrationDocument(const std::wstring &path, MigrationConfig &config)
          return false;
       }
 
-      ComRef<IXMLDOMElement> root;
-      if (FAILED(document->get_documentElement(root.put())) || !root) {
-         LogMessage(LogLevelErrorWithCode, "Invalid XML: Missing root element");
+      const ComRef<IXMLDOMElement> root = GetMigrationRoot(document.get());
+      if (!root) {
          return false;
       }
 
-      // Lenient here only: the sections below are found by exact-case queries.
-      BSTR tagName = nullptr;
-      root->get_tagName(&tagName);
-      if (!IsRootElementName(TakeBstr(tagName))) {
-         LogMessage(LogLevelErrorWithCode, "Invalid XML: Missing root 'VantoraMigration'");
-         return false;
-      }
-
-      if (ComRef<IXMLDOMNode> section = SelectSection(root.get(), L"MigrationVars")) {
-         LogMessage(LogLevelInfo, "Load MigrationVars section.");
-         LoadMacroList(section.get(), config.Macros);
-      }
+      LoadMacroSection(root.get(), config.Macros);
       if (ComRef<IXMLDOMNode> section = SelectSection(root.get(), L"ServiceMigration")) {
          LogMessage(LogLevelInfo, "Load ServiceMigration section.");
          LoadRegistryKeyList(section.get(), config.ServiceKeys);
@@ -214,9 +206,7 @@ bool ParseMigrationDocument(const std::wstring &path, MigrationConfig &config)
 bool LoadMigrationDocument(const std::wstring &path, MigrationConfig &config)
 {
    ComApartment apartment;
-   if (FAILED(apartment.Result())) {
-      LogMessage(LogLevelErrorWithCode, "COM initialization failed with %08X!.",
-                 static_cast<unsigned>(apartment.Result()));
+   if (!ApartmentReady(apartment)) {
       return false;
    }
    return ParseMigrationDocument(path, config);

@@ -5,8 +5,7 @@
 #include <vector>
 
 #include "config/MigrationConfig.h"
-
-struct IXMLDOMNode;
+#include "config/XmlAccess.h"
 
 // Reads the document at `path` into `config` (created empty by the caller), inside its own
 // CoInitialize bracket. On false `config` may hold what was read before the failure.
@@ -14,6 +13,13 @@ bool LoadMigrationDocument(const std::wstring &path, MigrationConfig &config);
 
 // The same without the COM bracket: the caller's thread must already be initialised.
 bool ParseMigrationDocument(const std::wstring &path, MigrationConfig &config);
+
+// The document's root element if its name is VantoraMigration in any ASCII case; null after
+// the line that says what is wrong.
+ComRef<IXMLDOMElement> GetMigrationRoot(IXMLDOMDocument *document);
+
+// Appends the Macro rows of the first MigrationVars directly below `root`; none if it isn't there.
+void LoadMacroSection(IXMLDOMElement *root, MacroTable &table);
 
 // Each appends the direct children of `node` of one element name, in document order; an
 // element that can't be fetched is logged and passed over. A null node is a list that can't

@@ -59,9 +59,9 @@ const wchar_t *ComErrorText(const _com_error &error)
    return fallback;
 }
 
-UniqueBstr AllocateBstr(const std::wstring &text)
+UniqueBstr AllocateBstr(const std::wstring &text, decltype(&::SysAllocString) allocate)
 {
-   UniqueBstr copy(SysAllocString(text.c_str()));
+   UniqueBstr copy(allocate(text.c_str()));
    if (!copy) {
       RaiseComError(E_OUTOFMEMORY);
    }
@@ -75,6 +75,39 @@ std::wstring TakeBstr(BSTR text)
       return std::wstring();
    }
    return std::wstring(owned.get(), SysStringLen(owned.get()));
+}
+
+bool ApartmentReady(const ComApartment &apartment)
+{
+   if (FAILED(apartment.Result())) {
+      LogMessage(LogLevelErrorWithCode, "COM initialization failed with %08X!.",
+                 static_cast<unsigned>(apartment.Result()));
+      return false;
+   }
+   return true;
+}
+
+VARIANT BorrowBstrVariant(const UniqueBstr &text)
+{
+   VARIANT variant;
+   VariantInit(&variant);
+   variant.vt = VT_BSTR;
+   variant.bstrVal = text.get();
+   return variant;
+}
+
+bool IsRootElementName(const std::wstring &name, const std::wstring &expected)
+{
+   const auto fold = [](wchar_t c) { return (c >= L'a' && c <= L'z') ? static_cast<wchar_t>(c - L'a' + L'A') : c; };
+   if (name.size() != expected.size()) {
+      return false;
+   }
+   for (size_t i = 0; i < name.size(); ++i) {
+      if (fold(name[i]) != fold(expected[i])) {
+         return false;
+      }
+   }
+   return true;
 }
 
 ComRef<IXMLDOMDocument> LoadXmlDocument(const std::wstring &path)
@@ -94,13 +127,8 @@ ComRef<IXMLDOMDocument> LoadXmlDocument(const std::wstring &path)
    document->put_resolveExternals(VARIANT_FALSE);
 
    UniqueBstr source = AllocateBstr(path);
-   VARIANT location;
-   VariantInit(&location);
-   location.vt = VT_BSTR;
-   location.bstrVal = source.get(); // still owned by `source`
-
    VARIANT_BOOL loaded = VARIANT_FALSE;
-   hr = document->load(location, &loaded);
+   hr = document->load(BorrowBstrVariant(source), &loaded);
    if (FAILED(hr) || !loaded) {
       LogMessage(LogLevelErrorWithCode, "Failed to load XML file.");
       return ComRef<IXMLDOMDocument>();

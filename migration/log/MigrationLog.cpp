@@ -138,6 +138,15 @@ std::string WideToUtf8Text(const wchar_t *text, int length)
    return result;
 }
 
+} // namespace
+
+std::string NarrowLogText(const std::wstring &text)
+{
+   return WideToUtf8Text(text.c_str(), static_cast<int>(text.size()));
+}
+
+namespace {
+
 template <typename T>
 void AppendOne(std::string &out, const std::string &directive, int width, int precision, int stars, T value)
 {
@@ -301,6 +310,9 @@ void LogMessage(uint32_t level, const char *format, ...)
    line += '\n';
 
    AppendLogLine(line);
+   // Writing the file leaves its own error behind (opening for append reports that the file
+   // exists); a caller that logs a failure and hands it on must see the failure's error.
+   SetLastError(lastError);
 }
 
 FunctionTrace::FunctionTrace(const char *name) : name_(name)

@@ -15,6 +15,9 @@ enum LogLevel : uint32_t {
 // `format` follows the C runtime's formatted output: %s narrow, %S and %ws wide.
 void LogMessage(uint32_t level, const char *format, ...);
 
+// Wide text as the log writes it (UTF-8), for the few lines that format it with a narrow %s.
+std::string NarrowLogText(const std::wstring &text);
+
 const char *GetLevelName(uint32_t level);
 std::string GetSystemErrorText(uint32_t code);
 void AppendLogLine(const std::string &line);

@@ -13,17 +13,16 @@ bool IsDigit(wchar_t c)
 // replacement pattern.
 //
 // This is written out rather than left to match_results::format because libstdc++ reads
-// the pattern differently in three places, and macro values are written by people who
+// the pattern differently in two places, and macro values are written by people who
 // expect JavaScript-like replacement text:
 //  - `$0` and `$00` are not references: they stay as written. libstdc++ puts the whole
 //    match there.
 //  - `` $` `` is everything of the string in front of the match. Inside regex_iterator
 //    libstdc++ gives only the text since the previous match.
-//  - Choosing between one and two digits: two digits are taken only when a group of that
-//    two-digit number exists; otherwise the first digit alone is the reference and the
-//    second is plain text, as in ECMAScript. So with one group `$10` is that group
-//    followed by "0", and `$01` is group 1. A reference to a group that the name doesn't
-//    have gives nothing. libstdc++ always eats two digits and may drop both.
+// A `$` with two digits behind it always names the group of that two-digit number, and
+// gives nothing when the name has no such group: with one group `$10` is empty, not group 1
+// and a "0", and `$01` is group 1. Falling back to one digit would make what a value means
+// depend on the name it is used with.
 // Everything else: `$$` is a dollar, `$&` the match, `$'` the rest of the string, a `$`
 // before any other character or at the very end stays, and a backslash is just a
 // backslash so that Windows paths need no escaping.
@@ -59,28 +58,18 @@ void AppendReplacement(std::wstring &out, const std::wstring &text, const std::w
          out.append(match[0].second, text.cend());
          i += 2;
       } else if (IsDigit(next)) {
-         const size_t first = static_cast<size_t>(next - L'0');
+         size_t length = 2; // the `$` and one digit
+         size_t number = static_cast<size_t>(next - L'0');
          if (i + 2 < format.size() && IsDigit(format[i + 2])) {
-            const size_t two = first * 10 + static_cast<size_t>(format[i + 2] - L'0');
-            if (two >= 1 && two < groups) {
-               appendGroup(two);
-               i += 3;
-               continue;
-            }
+            number = number * 10 + static_cast<size_t>(format[i + 2] - L'0');
+            ++length;
          }
-         if (first == 0) {
-            // `$0` is not a reference; `$00` (and `$0` before any other digit whose
-            // group doesn't exist) stays as written.
-            out.append(L"$0");
-            i += 2;
-            if (i < format.size() && format[i] == L'0') {
-               out.push_back(L'0');
-               ++i;
-            }
+         if (number == 0) {
+            out.append(format, i, length); // `$0` and `$00` are not references
          } else {
-            appendGroup(first);
-            i += 2;
+            appendGroup(number);
          }
+         i += length;
       } else {
          out.push_back(L'$');
          ++i;

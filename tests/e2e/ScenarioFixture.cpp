@@ -4,13 +4,7 @@ namespace {
 
 std::wstring BasePackagePath()
 {
-   std::wstring path = scenario::Widen(VTR_BASE_MSI);
-   for (wchar_t &c : path) {
-      if (c == L'/') {
-         c = L'\\';
-      }
-   }
-   return L"Z:" + path;
+   return scenario::FromUnixPath(scenario::Widen(VTR_BASE_MSI));
 }
 
 void ResetMachine()
@@ -29,6 +23,7 @@ void InstallScenario::SetUp()
    workDirectory_ += scenario::Widen(info->name()) + L"\\";
    CreateDirectoryW(workDirectory_.c_str(), nullptr);
    ResetMachine();
+   mounts_ = scenario::SubKeyNames(HKEY_USERS);
 }
 
 void InstallScenario::TearDown()
@@ -37,6 +32,7 @@ void InstallScenario::TearDown()
       scenario::UninstallPackage(package_);
    }
    ResetMachine();
+   EXPECT_EQ(scenario::SubKeyNames(HKEY_USERS), mounts_) << "a hive stayed mounted";
 }
 
 scenario::InstallResult InstallScenario::Install(const scenario::PackageChanges &changes)

@@ -32,6 +32,7 @@ protected:
 
    std::wstring workDirectory_;
    std::wstring package_;
+   std::vector<std::wstring> mounts_; // below HKEY_USERS before the scenario
 };
 
 // The entries of `log` that mention one of `prefixes` ("Enter function", ...), in order.

@@ -5,7 +5,6 @@
 #include <windows.h>
 #include <objbase.h>
 
-#include <regex>
 #include <thread>
 
 #include "ConfigDump.h"
@@ -27,21 +26,6 @@ std::wstring Write(const LogCapture &capture, const char *xml)
       EXPECT_TRUE(scenario::WriteFileBytes(path, xml));
    }
    return path;
-}
-
-// The entries with the path as "{path}" and the system's text behind "Last Error: " cut off,
-// once its code part has been seen.
-std::vector<std::string> Log(const LogCapture &capture, const std::wstring &path)
-{
-   static const std::regex withCode(R"(^([\s\S]*Last Error: )[\s\S]* \(code: \d+\)$)");
-   std::vector<std::string> lines;
-   for (std::string entry : capture.Entries()) {
-      if (const size_t at = entry.find(Narrow(path)); at != std::string::npos) {
-         entry.replace(at, path.size(), "{path}");
-      }
-      lines.push_back(std::regex_replace(entry, withCode, "$1"));
-   }
-   return lines;
 }
 
 using Lines = std::vector<std::string>;
@@ -102,7 +86,7 @@ TEST(LoadMigrationDocument, Documents)
       MigrationConfig config;
       EXPECT_EQ(LoadMigrationDocument(path, config), c.loaded);
       EXPECT_EQ(DumpConfig(config), c.dump);
-      EXPECT_EQ(Log(capture, path), c.log);
+      EXPECT_EQ(capture.Lines(path), c.log);
    }
 }
 
@@ -128,7 +112,7 @@ TEST(LoadMigrationDocument, BracketsComOnItsOwn)
    EXPECT_EQ(afterFresh, S_OK);
    EXPECT_EQ(afterNested, S_FALSE);
    EXPECT_FALSE(inMta);
-   EXPECT_EQ(Log(capture, path), Lines{"ERRO COM initialization failed with 80010106!.Last Error: "});
+   EXPECT_EQ(capture.Lines(path), Lines{"ERRO COM initialization failed with 80010106!.Last Error: "});
 }
 
 // Attributes by exact name are the documents' rows; these are the nodes without any.
@@ -220,7 +204,7 @@ TEST(LoadMigrationConfiguration, BrokenDocumentIsFileInvalidAndAGoodOneListsItsM
       Lines expected = enter;
       expected.insert(expected.end(), r.log.begin(), r.log.end());
       expected.push_back("INFO Leave function: LoadMigrationConfiguration.");
-      EXPECT_EQ(Log(capture, path), expected);
+      EXPECT_EQ(capture.Lines(path), expected);
    }
 }
 

@@ -35,19 +35,20 @@ TEST(ExpandMacros, NamesAreCaseSensitivePatternsAndValuesReplacementTexts)
       {L"[$P]", Table({{L"P", L"cost$$"}}), L"cost$"},
       {L"[$P]", Table({{L"P", L"a$0b"}}), L"a$0b"},
       {L"[$P]", Table({{L"P", L"a$00b"}}), L"a$00b"},
-      {L"[$P]", Table({{L"P", L"$01"}}), L"$01"},
       {L"[$P]", Table({{L"P", L"$x$"}}), L"$x$"},
       {L"[$P]", Table({{L"P", L"end$"}}), L"end$"},
       // $& the match, $` all in front of it from the string's start, $' all behind it.
       {L"x[$P]y", Table({{L"P", L"<$&>"}}), L"x<[$P]>y"},
       {L"a[$P]b[$P]c", Table({{L"P", L"($`)"}}), L"a(a)b(a[$P]b)c"},
       {L"a[$P]b[$P]c", Table({{L"P", L"($')"}}), L"a(b[$P]c)b(c)c"},
-      // Groups: none gives nothing; two digits only when that group exists.
+      // Groups: one that isn't there gives nothing; two digits after $ always name one group.
       {L"[$P]", Table({{L"P", L"<$1>"}}), L"<>"},
-      {L"[$P]", Table({{L"P", L"<$99>"}}), L"<9>"},
+      {L"[$P]", Table({{L"P", L"<$01>"}}), L"<>"},
+      {L"[$P]", Table({{L"P", L"<$99>"}}), L"<>"},
       {L"[$ab]", Table({{L"(a)(b)", L"$2$1"}}), L"ba"},
       {L"[$ab]", Table({{L"(a)b", L"$01"}}), L"a"},
-      {L"[$ab]", Table({{L"(a)b", L"$10"}}), L"a0"},
+      {L"[$ab]", Table({{L"(a)b", L"<$10|$1x|$01|$05|$000>"}}), L"<|ax|a||$000>"},
+      {L"[$abcdefghij]", Table({{L"(a)(b)(c)(d)(e)(f)(g)(h)(i)(j)", L"$10$1|$100"}}), L"ja|j0"},
       {L"[$b]", Table({{L"(a)?b", L"<$1>"}}), L"<>"},
       // Table order: a value is expanded by the entries after it only; the first duplicate wins.
       {L"[$A]", Table({{L"A", L"[$B]"}, {L"B", L"x"}}), L"x"},

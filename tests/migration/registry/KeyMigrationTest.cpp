@@ -6,6 +6,7 @@
 
 #include "HandleGuards.h"
 #include "LogCapture.h"
+#include "MsiScenario.h"
 #include "RegistryTestSupport.h"
 #include "actions/CustomActions.h"
 #include "registry/KeyMigration.h"
@@ -24,9 +25,7 @@ const HKEY Machine = HKEY_LOCAL_MACHINE;
 
 void EnableSecurityPrivilege(bool enable)
 {
-   UniqueHandle token;
-   ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, token.put()));
-   ASSERT_TRUE(SetProcessPrivilege(token.get(), SE_SECURITY_NAME, enable));
+   ASSERT_TRUE(scenario::SetPrivilege(SE_SECURITY_NAME, enable));
 }
 
 RegistryKeyRule Rule(const std::wstring &source, const std::wstring &dest, const std::wstring &action,

@@ -46,11 +46,7 @@ std::wstring WineStderrPath()
    if (length == 0 || length >= MAX_PATH) {
       return std::wstring();
    }
-   std::wstring path = L"Z:";
-   for (const wchar_t *c = unixPath; *c; ++c) {
-      path += *c == L'/' ? L'\\' : *c;
-   }
-   return path;
+   return FromUnixPath(unixPath);
 }
 
 long long FileSize(const std::wstring &path)
@@ -118,20 +114,19 @@ std::wstring ProductCodeOf(const std::wstring &packagePath)
    return code;
 }
 
-// The text of a string value that is exactly that text and one terminator.
+// The text of a string value that ends at a terminator with nothing but zeros behind it.
 std::optional<std::wstring> StringText(const RegValue &value)
 {
-   const size_t units = value.data.size() / sizeof(wchar_t);
-   if (value.data.size() % sizeof(wchar_t) != 0 || units == 0) {
+   if (value.data.size() % sizeof(wchar_t) != 0) {
       return std::nullopt;
    }
-   std::wstring text(units - 1, L'\0');
-   memcpy(text.data(), value.data.data(), text.size() * sizeof(wchar_t));
-   if (value.data[value.data.size() - 1] != 0 || value.data[value.data.size() - 2] != 0 ||
-       text.find(L'\0') != std::wstring::npos) {
+   std::wstring units(value.data.size() / sizeof(wchar_t), L'\0');
+   memcpy(units.data(), value.data.data(), value.data.size());
+   const size_t end = units.find(L'\0');
+   if (end == std::wstring::npos || units.find_first_not_of(L'\0', end) != std::wstring::npos) {
       return std::nullopt;
    }
-   return text;
+   return units.substr(0, end);
 }
 
 void AppendValueText(std::ostringstream &out, const RegValue &value)
@@ -139,6 +134,9 @@ void AppendValueText(std::ostringstream &out, const RegValue &value)
    if (value.type == REG_SZ || value.type == REG_EXPAND_SZ) {
       if (const std::optional<std::wstring> text = StringText(value)) {
          out << (value.type == REG_SZ ? "REG_SZ \"" : "REG_EXPAND_SZ \"") << Narrow(*text) << "\"";
+         if (value.data.size() != (text->size() + 1) * sizeof(wchar_t)) {
+            out << " in " << value.data.size() << " bytes";
+         }
          return;
       }
    }
@@ -199,6 +197,16 @@ void DumpKey(HKEY parent, const std::wstring &path, const std::wstring &shownPat
 
 } // namespace
 
+bool WriteFileBytes(const std::wstring &path, const std::string &bytes)
+{
+   FILE *file = _wfopen(path.c_str(), L"wb");
+   if (file == nullptr) {
+      return false;
+   }
+   const bool ok = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+   return fclose(file) == 0 && ok;
+}
+
 std::string ReadFileBytes(const std::wstring &path)
 {
    std::string bytes;
@@ -213,16 +221,6 @@ std::string ReadFileBytes(const std::wstring &path)
    }
    fclose(file);
    return bytes;
-}
-
-bool WriteFileBytes(const std::wstring &path, const std::string &bytes)
-{
-   FILE *file = _wfopen(path.c_str(), L"wb");
-   if (file == nullptr) {
-      return false;
-   }
-   const bool ok = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-   return fclose(file) == 0 && ok;
 }
 
 std::string Narrow(const std::wstring &text)
@@ -255,16 +253,32 @@ std::wstring TempDirectory()
    return path;
 }
 
+std::wstring FromUnixPath(const std::wstring &unixPath)
+{
+   std::wstring path = L"Z:";
+   for (wchar_t c : unixPath) {
+      path += c == L'/' ? L'\\' : c;
+   }
+   return path;
+}
+
 std::wstring MigrationLogPath()
 {
    return TempDirectory() + L"MigrVantora.log";
 }
 
+std::wstring DocumentlessTwin(const std::wstring &basePackage)
+{
+   return basePackage.substr(0, basePackage.size() - 4) + L"-nodoc.msi";
+}
+
 bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePath, const PackageChanges &changes,
                   std::string &error)
 {
-   if (!CopyFileW(basePackage.c_str(), packagePath.c_str(), FALSE)) {
-      error = "can't copy " + Narrow(basePackage) + " to " + Narrow(packagePath);
+   const bool ownDocument = changes.configXml || changes.withoutConfigRow;
+   const std::wstring source = ownDocument ? DocumentlessTwin(basePackage) : basePackage;
+   if (!CopyFileW(source.c_str(), packagePath.c_str(), FALSE)) {
+      error = "can't copy " + Narrow(source) + " to " + Narrow(packagePath);
       return false;
    }
    SetFileAttributesW(packagePath.c_str(), FILE_ATTRIBUTE_NORMAL);
@@ -275,31 +289,28 @@ bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePa
       return false;
    }
 
-   if (changes.configXml) {
+   if (changes.configXml && !changes.withoutConfigRow) {
       const std::wstring streamFile = packagePath + L".conf.xml";
       if (!WriteFileBytes(streamFile, *changes.configXml)) {
          error = "can't write " + Narrow(streamFile);
          return false;
       }
+      UniqueMsiHandle record(MsiCreateRecord(2));
+      MsiRecordSetStringW(record.get(), 1, L"vtrMigrateConf.xml");
+      UINT status = MsiRecordSetStreamW(record.get(), 2, streamFile.c_str());
       UniqueMsiHandle view;
-      UniqueMsiHandle record;
-      UINT status = MsiDatabaseOpenViewW(
-         database.get(), L"SELECT `Name`, `Data` FROM `Binary` WHERE `Name`='vtrMigrateConf.xml'", view.put());
       if (status == ERROR_SUCCESS) {
-         status = MsiViewExecute(view.get(), 0);
+         status = MsiDatabaseOpenViewW(database.get(), L"INSERT INTO `Binary` (`Name`, `Data`) VALUES (?, ?)",
+                                       view.put());
       }
       if (status == ERROR_SUCCESS) {
-         status = MsiViewFetch(view.get(), record.put());
+         status = MsiViewExecute(view.get(), record.get());
       }
-      if (status == ERROR_SUCCESS) {
-         status = MsiRecordSetStreamW(record.get(), 2, streamFile.c_str());
-      }
-      if (status == ERROR_SUCCESS) {
-         status = MsiViewModify(view.get(), MSIMODIFY_UPDATE, record.get());
-      }
+      view.reset();
+      record.reset();
       DeleteFileW(streamFile.c_str());
       if (status != ERROR_SUCCESS) {
-         error = "can't replace the configuration stream (" + std::to_string(status) + ")";
+         error = "can't add the configuration stream (" + std::to_string(status) + ")";
          return false;
       }
    }
@@ -319,6 +330,19 @@ bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePa
          return false;
       }
    }
+   // An immediate copy step (EXE in a directory, return ignored), only when there is a path to copy.
+   if (!changes.keptDocument.empty() &&
+       (!Execute(database.get(),
+                 L"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('KeepMigrationDocument', 98, "
+                 L"'TARGETDIR', 'cmd.exe /c copy /y \"[MigrateConfigFilepath]\" \"" +
+                    Quoted(changes.keptDocument) + L"\"')",
+                 error) ||
+        !Execute(database.get(),
+                 L"INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES "
+                 L"('KeepMigrationDocument', 'MigrateConfigFilepath', 1515)",
+                 error))) {
+      return false;
+   }
    if (MsiDatabaseCommit(database.get()) != ERROR_SUCCESS) {
       error = "can't commit " + Narrow(packagePath);
       return false;
@@ -326,7 +350,7 @@ bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePa
    return true;
 }
 
-InstallResult InstallPackage(const std::wstring &packagePath)
+InstallResult InstallPackage(const std::wstring &packagePath, const std::wstring &properties)
 {
    InstallResult result;
    DeleteFileW(MigrationLogPath().c_str());
@@ -336,7 +360,8 @@ InstallResult InstallPackage(const std::wstring &packagePath)
    const std::wstring tracePath = WineStderrPath();
    const long long traceStart = tracePath.empty() ? 0 : FileSize(tracePath);
    result.msiexecExitCode =
-      RunProcess(L"msiexec.exe /i \"" + packagePath + L"\" /qn /l*v \"" + verboseLog + L"\"", outputPath, L"+msi");
+      RunProcess(L"msiexec.exe /i \"" + packagePath + L"\" /qn /l*v \"" + verboseLog + L"\" " + properties, outputPath,
+                 L"+msi");
 
    if (!tracePath.empty()) {
       result.installerTrace = ReadFileTail(tracePath, traceStart);
@@ -373,6 +398,15 @@ std::vector<std::string> SplitLogEntries(const std::string &log)
       } else if (!entries.empty()) {
          entries.back() += "\n" + line;
       }
+   }
+   return entries;
+}
+
+std::vector<std::string> CutErrorTexts(std::vector<std::string> entries)
+{
+   static const std::regex withCode(R"(^([\s\S]*Last Error: )[\s\S]* \(code: \d+\)$)");
+   for (std::string &entry : entries) {
+      entry = std::regex_replace(entry, withCode, "$1");
    }
    return entries;
 }
@@ -539,6 +573,176 @@ std::vector<std::string> DumpTree(HKEY root, const std::wstring &path)
    const size_t cut = path.rfind(L'\\');
    DumpKey(root, path, cut == std::wstring::npos ? path : path.substr(cut + 1), lines);
    return lines;
+}
+
+bool PathExists(const std::wstring &path)
+{
+   return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+// Creates the folders in front of the last backslash of an absolute path.
+void CreateParentFolders(const std::wstring &path)
+{
+   for (size_t found = path.find(L'\\', 3); found != std::wstring::npos; found = path.find(L'\\', found + 1)) {
+      CreateDirectoryW(path.substr(0, found).c_str(), nullptr);
+   }
+}
+
+bool WriteFileAt(const std::wstring &path, const std::string &bytes)
+{
+   CreateParentFolders(path);
+   return WriteFileBytes(path, bytes);
+}
+
+void RemoveTree(const std::wstring &directory)
+{
+   if (DeleteFileW(directory.c_str())) {
+      return;
+   }
+   WIN32_FIND_DATAW data;
+   HANDLE find = FindFirstFileW((directory + L"\\*").c_str(), &data);
+   if (find != INVALID_HANDLE_VALUE) {
+      do {
+         const std::wstring name = data.cFileName;
+         if (name == L"." || name == L"..") {
+            continue;
+         }
+         const std::wstring path = directory + L"\\" + name;
+         if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+            RemoveTree(path);
+         } else {
+            SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+            DeleteFileW(path.c_str());
+         }
+      } while (FindNextFileW(find, &data));
+      FindClose(find);
+   }
+   RemoveDirectoryW(directory.c_str());
+}
+
+std::wstring CurrentUserSid()
+{
+   UniqueHandle token;
+   BYTE buffer[256];
+   DWORD size = 0;
+   wchar_t *text = nullptr;
+   if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put()) ||
+       !GetTokenInformation(token.get(), TokenUser, buffer, sizeof(buffer), &size) ||
+       !ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER *>(buffer)->User.Sid, &text)) {
+      return std::wstring();
+   }
+   UniqueLocalMemory owned(text);
+   return text;
+}
+
+std::wstring CurrentAccountName()
+{
+   PSID sid = nullptr;
+   wchar_t name[256] = {};
+   wchar_t domain[256] = {};
+   DWORD nameLength = 256;
+   DWORD domainLength = 256;
+   SID_NAME_USE use;
+   if (!ConvertStringSidToSidW(CurrentUserSid().c_str(), &sid)) {
+      return std::wstring();
+   }
+   UniqueLocalMemory owned(sid);
+   if (!LookupAccountSidW(nullptr, sid, name, &nameLength, domain, &domainLength, &use)) {
+      return std::wstring();
+   }
+   return std::wstring(domain) + L"\\" + name;
+}
+
+bool SetPrivilege(const wchar_t *name, bool enable)
+{
+   UniqueHandle token;
+   TOKEN_PRIVILEGES privileges{};
+   privileges.PrivilegeCount = 1;
+   privileges.Privileges[0].Attributes = enable ? SE_PRIVILEGE_ENABLED : 0;
+   return OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, token.put()) &&
+          LookupPrivilegeValueW(nullptr, name, &privileges.Privileges[0].Luid) &&
+          AdjustTokenPrivileges(token.get(), FALSE, &privileges, sizeof(privileges), nullptr, nullptr);
+}
+
+std::wstring ProfileKey(const std::wstring &sid)
+{
+   return L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\" + sid;
+}
+
+std::vector<std::wstring> SubKeyNames(HKEY root, const std::wstring &path)
+{
+   std::vector<std::wstring> names;
+   UniqueHkey key;
+   if (RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS) {
+      return names;
+   }
+   for (DWORD index = 0;; ++index) {
+      wchar_t name[256];
+      DWORD length = 256;
+      if (RegEnumKeyExW(key.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+         break;
+      }
+      names.emplace_back(name, length);
+   }
+   return names;
+}
+
+bool SaveHiveFile(const std::wstring &filePath, const std::vector<HiveValue> &values)
+{
+   // Staged under the current user's key, which every process may write.
+   const std::wstring stage = L"Software\\VtrHiveStage";
+   DeleteTree(HKEY_CURRENT_USER, stage);
+   bool ok = CreateKey(HKEY_CURRENT_USER, stage);
+   for (const HiveValue &entry : values) {
+      const std::wstring path = entry.keyPath.empty() ? stage : stage + L"\\" + entry.keyPath;
+      ok = ok && WriteValue(HKEY_CURRENT_USER, path, entry.value);
+   }
+   UniqueHkey key;
+   CreateParentFolders(filePath);
+   DeleteFileW(filePath.c_str());
+   ok = ok && RegOpenKeyExW(HKEY_CURRENT_USER, stage.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS &&
+        RegSaveKeyW(key.get(), filePath.c_str(), nullptr) == ERROR_SUCCESS;
+   key.reset();
+   DeleteTree(HKEY_CURRENT_USER, stage);
+   return ok;
+}
+
+bool FileIsFree(const std::wstring &path)
+{
+   HANDLE file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+   if (file == INVALID_HANDLE_VALUE) {
+      return false;
+   }
+   CloseHandle(file);
+   return true;
+}
+
+std::string Fill(std::string text, const std::vector<std::pair<std::string, std::wstring>> &values)
+{
+   for (const auto &[placeholder, value] : values) {
+      const std::string narrow = Narrow(value);
+      for (size_t at = text.find(placeholder); at != std::string::npos; at = text.find(placeholder, at + narrow.size())) {
+         text.replace(at, placeholder.size(), narrow);
+      }
+   }
+   return text;
+}
+
+std::vector<std::string> FillLines(std::vector<std::string> lines, const std::vector<std::pair<std::string, std::wstring>> &values)
+{
+   for (std::string &line : lines) {
+      line = Fill(line, values);
+   }
+   return lines;
+}
+
+std::vector<std::string> WithoutSystemText(std::vector<std::string> entries)
+{
+   static const std::regex systemText(R"((Last Error: )[\s\S]*? (\(code: -?\d+\))$)");
+   for (std::string &entry : entries) {
+      entry = std::regex_replace(entry, systemText, "$1$2");
+   }
+   return entries;
 }
 
 } // namespace scenario

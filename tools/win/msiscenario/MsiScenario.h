@@ -13,8 +13,12 @@ namespace scenario {
 // What distinguishes one scenario's package from the base package.
 struct PackageChanges {
    std::optional<std::string> configXml;                          // replaces the Binary stream
+   bool withoutConfigRow = false;                                 // no Binary row for the document
    std::vector<std::pair<std::wstring, std::wstring>> properties; // added to the Property table
    std::vector<std::wstring> skippedActions;                      // sequenced with condition 0
+   // Where a copy of the document is made right after ExtractMigrConfig has written it back,
+   // before the deferred actions use and delete it.
+   std::wstring keptDocument;
 };
 
 // An action's result as the installer saw it. `code` is the number the DLL returned, as far
@@ -41,9 +45,14 @@ bool WriteFileBytes(const std::wstring &path, const std::string &bytes);
 
 // Paths inside the Wine prefix, as the test process sees them.
 std::wstring TempDirectory();
+// A Unix path as the prefix's Z: drive shows it.
+std::wstring FromUnixPath(const std::wstring &unixPath);
 std::wstring MigrationLogPath();
 
-// Writes a copy of `basePackage` at `packagePath` with the changes applied.
+// Writes a copy of `basePackage` at `packagePath` with the changes applied. A package with
+// a document of its own, or none, is built from the base package's documentless twin, the
+// file beside it whose name ends in "-nodoc.msi": Wine's msi keeps a stream that a file
+// already holds.
 bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePath, const PackageChanges &changes,
                   std::string &error);
 
@@ -51,13 +60,17 @@ bool BuildPackage(const std::wstring &basePackage, const std::wstring &packagePa
 // MigrVantora.log is removed first, so the result holds exactly this run's lines. msi's
 // trace is read from the file that receives Wine's debug output (VTR_WINE_STDERR, a Unix
 // path); without it the installer's return values stay unknown.
-InstallResult InstallPackage(const std::wstring &packagePath);
+// `properties` ("NAME=value ...") go on the command line.
+InstallResult InstallPackage(const std::wstring &packagePath, const std::wstring &properties = L"");
 
 // Removes the product that `packagePath` installs, if it is installed.
 void UninstallPackage(const std::wstring &packagePath);
 
 // Splits a migration log into entries (see InstallResult::logEntries).
 std::vector<std::string> SplitLogEntries(const std::string &log);
+// The entries with the system's text behind "Last Error: " cut off, once its code part has
+// been seen: what stays is the same on every system language.
+std::vector<std::string> CutErrorTexts(std::vector<std::string> entries);
 
 // Reads which custom actions ran and what they returned from msi's trace.
 std::map<std::wstring, ActionOutcome> ParseActionOutcomes(const std::string &trace);
@@ -92,9 +105,50 @@ bool SetKeySecurity(HKEY root, const std::wstring &path, const wchar_t *sddl,
 
 // One line per key and value below `path`, depth first in enumeration order:
 //   "Client\Sub" for a key, "Client\Sub: Name = REG_SZ \"text\"" for a value.
-// Every byte shows: a string value that isn't exactly its text and one terminator, and a
-// number of the wrong size, are written as "type N hex:..." like any other data.
+// Every byte shows: a string value with more zeros behind its terminator ends in " in N
+// bytes"; one without a terminator, or with text behind it, and a number of the wrong size,
+// are written as "type N hex:..." like any other data.
 std::vector<std::string> DumpTree(HKEY root, const std::wstring &path);
+
+// --- files, profiles and hives --------------------------------------------------------
+
+// The profile list's entry of `sid` below HKEY_LOCAL_MACHINE; ProfileImagePath names the folder.
+std::wstring ProfileKey(const std::wstring &sid);
+
+// Writes `bytes` to `path`, creating the folders in front of it.
+bool WriteFileAt(const std::wstring &path, const std::string &bytes);
+bool PathExists(const std::wstring &path);
+// Removes a file, or a directory with everything below it.
+void RemoveTree(const std::wstring &directory);
+
+std::wstring CurrentUserSid();
+// "domain\name" of the current user, as the platform names the account.
+std::wstring CurrentAccountName();
+// Enables or disables one privilege of the process's token; false when that fails.
+bool SetPrivilege(const wchar_t *name, bool enable);
+// Names of the sub-keys of `path` (empty: of `root` itself), in enumeration order.
+std::vector<std::wstring> SubKeyNames(HKEY root, const std::wstring &path = L"");
+
+// One value of a hive file, with the key that holds it relative to the hive's root.
+struct HiveValue {
+   std::wstring keyPath;
+   RegValue value;
+};
+// Writes a hive file with these values through RegSaveKeyW, in the platform's own format
+// (the caller holds SeBackupPrivilege). A file that is there already is replaced.
+bool SaveHiveFile(const std::wstring &filePath, const std::vector<HiveValue> &values);
+// True when the file can be opened for exclusive use, as Windows refuses for a loaded hive.
+// Wine reads a hive file whole and never holds it, so there only a leaked handle shows.
+bool FileIsFree(const std::wstring &path);
+
+// Log entries with the system's text of an error left out ("...Last Error: (code: 5)"):
+// the code says the same on every system, the text differs between them.
+std::vector<std::string> WithoutSystemText(std::vector<std::string> entries);
+
+// `text` with each placeholder (such as "%P") replaced by its value, every occurrence.
+std::string Fill(std::string text, const std::vector<std::pair<std::string, std::wstring>> &values);
+// Each line filled as Fill does.
+std::vector<std::string> FillLines(std::vector<std::string> lines, const std::vector<std::pair<std::string, std::wstring>> &values);
 
 std::string Narrow(const std::wstring &text);
 std::wstring Widen(const std::string &text);

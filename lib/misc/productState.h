@@ -1,0 +1,4 @@
+#pragma once
+#include <cstdint>
+const char *ProductState_GetName();
+uint32_t ProductState_GetMask();
