@@ -408,11 +408,13 @@ void LogMessage(uint32_t level, const char *format, ...)
 
 FunctionTrace::FunctionTrace(const char *name) : name_(name)
 {
+   LogMessage(LogLevelInfo, "Enter function: %s.", name_.c_str());
+   // Counted only once the line is out: a constructor that throws has no destructor to
+   // undo the count.
    DWORD none = 0;
    if (OwnsTracedLog() || tracedLog.ownerThread.compare_exchange_strong(none, GetCurrentThreadId())) {
       ++tracedLog.depth;
    }
-   LogMessage(LogLevelInfo, "Enter function: %s.", name_.c_str());
 }
 
 FunctionTrace::~FunctionTrace()
