@@ -205,12 +205,6 @@ TEST(MigrationLog, FileStaysOpenableByOthersBetweenLines)
    EXPECT_EQ(capture.Entries(), (std::vector<std::string>{"INFO first", "INFO second"}));
 }
 
-void PointTempAt(const std::wstring &directory)
-{
-   SetEnvironmentVariableW(L"TMP", (directory + L"\\").c_str());
-   SetEnvironmentVariableW(L"TEMP", (directory + L"\\").c_str());
-}
-
 // Between two lines of a traced call, its log in A, the temporary directory it began with, is
 // renamed or deleted, or the temporary directory becomes B, missing or not; before it leaves,
 // the temporary directory is A again.
@@ -219,11 +213,7 @@ enum class LogStep { RenameToB, DeleteInA, TempToB };
 TEST(MigrationLog, TracedCallWritesEachLineAtOnceWhereverTheTemporaryDirectoryIs)
 {
    const std::string enter = "INFO Enter function: X.", leave = "INFO Leave function: X.";
-   const struct {
-      bool bExists;
-      LogStep step;
-      std::vector<std::string> inA, inB;
-   } cases[] = {
+   const struct { bool bExists; LogStep step; std::vector<std::string> inA, inB; } cases[] = {
       {true, LogStep::RenameToB, {"INFO after"}, {enter, "INFO first", "INFO second", leave}},
       {false, LogStep::DeleteInA, {"INFO after"}, {}},
       {true, LogStep::TempToB, {enter, "INFO first", leave, "INFO after"}, {"INFO second"}},
@@ -232,11 +222,9 @@ TEST(MigrationLog, TracedCallWritesEachLineAtOnceWhereverTheTemporaryDirectoryIs
    for (size_t row = 0; row < std::size(cases); ++row) {
       const auto &c = cases[row];
       LogCapture capture;
-      const std::wstring a = capture.Directory(), b = a + L"\\b";
-      const std::wstring logA = a + L"\\MigrVantora.log", logB = b + L"\\MigrVantora.log";
-      if (c.bExists) {
-         CreateDirectoryW(b.c_str(), nullptr);
-      }
+      const std::wstring a = capture.Directory() + L"\\", b = a + L"b\\";
+      const std::wstring logA = a + L"MigrVantora.log", logB = b + L"MigrVantora.log";
+      EXPECT_TRUE(!c.bExists || CreateDirectoryW(b.c_str(), nullptr)) << row;
       {
          FunctionTrace trace("X");
          LogMessage(LogLevelInfo, "first");
@@ -244,9 +232,10 @@ TEST(MigrationLog, TracedCallWritesEachLineAtOnceWhereverTheTemporaryDirectoryIs
          EXPECT_EQ(capture.Entries(), (std::vector<std::string>{enter, "INFO first"})) << row;
          EXPECT_TRUE(c.step != LogStep::RenameToB || MoveFileW(logA.c_str(), logB.c_str())) << row;
          EXPECT_TRUE(c.step != LogStep::DeleteInA || DeleteFileW(logA.c_str())) << row;
-         PointTempAt(c.step == LogStep::TempToB ? b : a);
+         // GetTempPath reads TMP first.
+         SetEnvironmentVariableW(L"TMP", (c.step == LogStep::TempToB ? b : a).c_str());
          LogMessage(LogLevelInfo, "second");
-         PointTempAt(a);
+         SetEnvironmentVariableW(L"TMP", a.c_str());
       }
       LogMessage(LogLevelInfo, "after");
       EXPECT_EQ(capture.Entries(), c.inA) << row;
