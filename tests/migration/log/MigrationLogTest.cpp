@@ -138,6 +138,46 @@ TEST(MigrationLog, UnwritableTemporaryDirectoryIsSilent)
    EXPECT_EQ(GetFileAttributesW((missing + L"MigrVantora.log").c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
+// Between two lines of a traced call, its log in A, the temporary directory it began with, is
+// renamed or deleted, or the temporary directory becomes B, missing or not; before it leaves,
+// the temporary directory is A again.
+enum class LogStep { RenameToB, DeleteInA, TempToB };
+
+TEST(MigrationLog, TracedCallWritesEachLineAtOnceWhereverTheTemporaryDirectoryIs)
+{
+   const std::string enter = "INFO Enter function: X.", leave = "INFO Leave function: X.";
+   const struct { bool bExists; LogStep step; Lines inA, inB; } cases[] = {
+      {true, LogStep::RenameToB, {"INFO after"}, {enter, "INFO first", "INFO second", leave}},
+      {false, LogStep::DeleteInA, {"INFO after"}, {}},
+      {true, LogStep::TempToB, {enter, "INFO first", leave, "INFO after"}, {"INFO second"}},
+      {false, LogStep::TempToB, {enter, "INFO first", leave, "INFO after"}, {}},
+   };
+   for (size_t row = 0; row < std::size(cases); ++row) {
+      const auto &c = cases[row];
+      LogCapture capture;
+      const std::wstring a = capture.Directory() + L"\\", b = a + L"b\\";
+      const std::wstring logA = a + L"MigrVantora.log", logB = b + L"MigrVantora.log";
+      EXPECT_TRUE(!c.bExists || CreateDirectoryW(b.c_str(), nullptr)) << row;
+      {
+         FunctionTrace trace("X");
+         LogMessage(LogLevelInfo, "first");
+         // In the file before the call returned.
+         EXPECT_EQ(capture.Entries(), (Lines{enter, "INFO first"})) << row;
+         EXPECT_TRUE(c.step != LogStep::RenameToB || MoveFileW(logA.c_str(), logB.c_str())) << row;
+         EXPECT_TRUE(c.step != LogStep::DeleteInA || DeleteFileW(logA.c_str())) << row;
+         // GetTempPath reads TMP first.
+         SetEnvironmentVariableW(L"TMP", (c.step == LogStep::TempToB ? b : a).c_str());
+         LogMessage(LogLevelInfo, "second");
+         SetEnvironmentVariableW(L"TMP", a.c_str());
+      }
+      LogMessage(LogLevelInfo, "after");
+      EXPECT_EQ(capture.Entries(), c.inA) << row;
+      EXPECT_EQ(scenario::SplitLogEntries(scenario::ReadFileBytes(logB)), c.inB) << row;
+      // Closed once the outermost traced call is left.
+      EXPECT_TRUE(scenario::FileIsFree(logA)) << row;
+   }
+}
+
 TEST(FunctionTrace, LeaveLineWrittenWhenAnExceptionPasses)
 {
    LogCapture capture;

@@ -235,6 +235,38 @@ TEST_F(KeyMigrationTest, DestinationThatRefusesWritingIsLoggedAndSkipped)
    EXPECT_EQ(DumpTree(Machine, Dest), Lines{"Client"});
 }
 
+// Windows gives a new key the descriptor it is created with; Wine doesn't. Every key that
+// is created with one is new where this is used.
+LONG WINAPI CreateApplyingDescriptor(HKEY root, LPCWSTR path, DWORD reserved, LPWSTR keyClass, DWORD options,
+                                     REGSAM access, LPSECURITY_ATTRIBUTES attributes, PHKEY key, LPDWORD disposition)
+{
+   const LONG result = RegCreateKeyExW(root, path, reserved, keyClass, options, access, attributes, key, disposition);
+   UniqueHkey owner;
+   if (result == ERROR_SUCCESS && attributes != nullptr &&
+       RegOpenKeyExW(*key, L"", 0, WRITE_DAC, owner.put()) == ERROR_SUCCESS) {
+      RegSetKeySecurity(owner.get(), DACL_SECURITY_INFORMATION, attributes->lpSecurityDescriptor);
+   }
+   return result;
+}
+
+// The creator of a key may use it whatever its new descriptor says; the walk may not.
+TEST_F(KeyMigrationTest, NewKeyWhoseCopiedDescriptorRefusesWritingIsLeftEmpty)
+{
+   SetPrivilege(SE_SECURITY_NAME, true);
+   SetKeySecurity(Source + L"\\A", L"D:P(A;;KR;;;WD)", DACL_SECURITY_INFORMATION);
+   const RegistryPlatformCalls saved = registryPlatform;
+   registryPlatform.RegCreateKeyExW = CreateApplyingDescriptor;
+   MigrateRegistryKeyRule(HKEY_LOCAL_MACHINE, Vendor, Rule(Source, Dest, L"Overwrite"));
+   registryPlatform = saved;
+
+   EXPECT_THAT(Log(), ElementsAre("INFO Migrated v1 to v1.", "ERRO Failed to open destinition registry key A, ignore...",
+                                  "INFO Migrated b to b."));
+   EXPECT_EQ(DaclOf(Dest + L"\\A"), L"D:P(A;;KR;;;WD)");
+   for (const std::wstring &key : {Source + L"\\A", Dest + L"\\A"}) {
+      SetKeySecurity(key, L"D:P(A;;KA;;;WD)", DACL_SECURITY_INFORMATION);
+   }
+}
+
 TEST_F(KeyMigrationTest, ClassesRootTakesTheMachineClassesDescriptor)
 {
    const wchar_t *names[] = {L"VtrTestClassSrc", L"VtrTestClassDst"};
