@@ -1,5 +1,8 @@
 // Key trees copied by rule below HKLM and HKCR of the Wine prefix: the tree afterwards, the
 // log, the default descriptor's life, and no handle left open.
+#include <windows.h>
+#include <sddl.h>
+
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -252,18 +255,29 @@ LONG WINAPI CreateApplyingDescriptor(HKEY root, LPCWSTR path, DWORD reserved, LP
 // The creator of a key may use it whatever its new descriptor says; the walk may not.
 TEST_F(KeyMigrationTest, NewKeyWhoseCopiedDescriptorRefusesWritingIsLeftEmpty)
 {
-   SetPrivilege(SE_SECURITY_NAME, true);
-   SetKeySecurity(Source + L"\\A", L"D:P(A;;KR;;;WD)", DACL_SECURITY_INFORMATION);
+   EnableSecurityPrivilege(true);
+   ASSERT_TRUE(scenario::SetKeySecurity(Machine, Source + L"\\A", L"D:P(A;;KR;;;WD)"));
    const RegistryPlatformCalls saved = registryPlatform;
    registryPlatform.RegCreateKeyExW = CreateApplyingDescriptor;
-   MigrateRegistryKeyRule(HKEY_LOCAL_MACHINE, Vendor, Rule(Source, Dest, L"Overwrite"));
+   const Lines log = Migrate(Machine, Vendor, Rule(Source, Dest, L"Overwrite"));
    registryPlatform = saved;
 
-   EXPECT_THAT(Log(), ElementsAre("INFO Migrated v1 to v1.", "ERRO Failed to open destinition registry key A, ignore...",
-                                  "INFO Migrated b to b."));
-   EXPECT_EQ(DaclOf(Dest + L"\\A"), L"D:P(A;;KR;;;WD)");
-   for (const std::wstring &key : {Source + L"\\A", Dest + L"\\A"}) {
-      SetKeySecurity(key, L"D:P(A;;KA;;;WD)", DACL_SECURITY_INFORMATION);
+   EXPECT_EQ(log, (Lines{"INFO Migrated v1 to v1.", "ERRO Failed to open destinition registry key A, ignore...",
+                         "INFO Migrated b to b."}));
+   // The refused key stands, empty, with the source's descriptor.
+   EXPECT_EQ(DumpTree(Machine, Dest + L"\\A"), Lines{"A"});
+   UniqueHkey key;
+   ASSERT_EQ(RegOpenKeyExW(Machine, (Dest + L"\\A").c_str(), 0, READ_CONTROL, key.put()), ERROR_SUCCESS);
+   std::vector<BYTE> descriptor(1024);
+   DWORD size = static_cast<DWORD>(descriptor.size());
+   ASSERT_EQ(RegGetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor.data(), &size), ERROR_SUCCESS);
+   wchar_t *sddl = nullptr;
+   ASSERT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.data(), SDDL_REVISION_1,
+                                                                    DACL_SECURITY_INFORMATION, &sddl, nullptr));
+   EXPECT_EQ(std::wstring(sddl), L"D:P(A;;KR;;;WD)");
+   LocalFree(sddl);
+   for (const std::wstring &path : {Source + L"\\A", Dest + L"\\A"}) {
+      EXPECT_TRUE(scenario::SetKeySecurity(Machine, path, L"D:P(A;;KA;;;WD)"));
    }
 }
 
