@@ -68,12 +68,12 @@ TEST_F(AssociationScenario, ClientProgIdsRenamedTheirKeysCopiedAndASecondInstall
    const Lines after = Values();
    // The old keys keep the rewritten names and the copies carry them; W... ends the walk of .txt before Zed.App.
    EXPECT_EQ(after, FillLines({".pdf\\OpenWithProgIds: (default) = REG_SZ \"\"", ".pdf\\OpenWithProgIds: Other.App = REG_SZ \"\"",
-      ".pdf\\OpenWithProgIds: Vantora%3 = REG_SZ \"\"", ".pdf\\OpenWithProgIds: Vantora%1 = REG_SZ \"\"",
-      ".txt\\OpenWithProgIds: Vantora%5 = REG_SZ \"\"", ".txt\\OpenWithProgIds: %W = REG_SZ \"\"", ".txt\\OpenWithProgIds: Zed.App = REG_SZ \"\"",
-      "Eldrix%3\\shell\\open: FriendlyAppName = REG_SZ \"Corvane A\"", "Eldrix%5\\shell\\open: FriendlyAppName = REG_SZ \"Corvane Notes\"",
-      "Eldrix%1\\DefaultIcon: (default) = REG_SZ \"icon,1\"", "Eldrix%1\\shell\\open: FriendlyAppName = REG_SZ \"Corvane Vantora Client\"",
-      "Vantora%3\\shell\\open: FriendlyAppName = REG_SZ \"Corvane A\"", "Vantora%5\\shell\\open: FriendlyAppName = REG_SZ \"Corvane Notes\"",
-      "Vantora%1\\DefaultIcon: (default) = REG_SZ \"icon,1\"", "Vantora%1\\shell\\open: FriendlyAppName = REG_SZ \"Corvane Vantora Client\""}, Ids));
+      ".pdf\\OpenWithProgIds: Vantora%3 = type 1 hex:", ".pdf\\OpenWithProgIds: Vantora%1 = type 1 hex:",
+      ".txt\\OpenWithProgIds: Vantora%5 = type 1 hex:", ".txt\\OpenWithProgIds: %W = REG_SZ \"\"", ".txt\\OpenWithProgIds: Zed.App = REG_SZ \"\"",
+      "Eldrix%3\\shell\\open: FriendlyAppName = REG_SZ \"Corvane A\" in 38 bytes", "Eldrix%5\\shell\\open: FriendlyAppName = REG_SZ \"Corvane Notes\" in 54 bytes",
+      "Eldrix%1\\DefaultIcon: (default) = REG_SZ \"icon,1\"", "Eldrix%1\\shell\\open: FriendlyAppName = REG_SZ \"Corvane Vantora Client\" in 90 bytes",
+      "Vantora%3\\shell\\open: FriendlyAppName = REG_SZ \"Corvane A\" in 38 bytes", "Vantora%5\\shell\\open: FriendlyAppName = REG_SZ \"Corvane Notes\" in 54 bytes",
+      "Vantora%1\\DefaultIcon: (default) = REG_SZ \"icon,1\"", "Vantora%1\\shell\\open: FriendlyAppName = REG_SZ \"Corvane Vantora Client\" in 90 bytes"}, Ids));
    // In the table's order; the renames at the end of each extension. (The lines of each value are the unit tests'.)
    EXPECT_EQ(EntriesStartingWith(result.logEntries, {"INFO Migrate registry", "INFO value", "ERRO Value", "ERRO Failed to open registry", "WARN Failed", "INFO Migrated FA"}),
       FillLines({"WARN Failed to migrate FA config for user %U", "INFO Migrate registry for ", "ERRO Failed to open registry key for OpenWithProgIds.",
@@ -83,7 +83,7 @@ TEST_F(AssociationScenario, ClientProgIdsRenamedTheirKeysCopiedAndASecondInstall
          "INFO Migrated FA config for user %U based on file %R\\Eldrix\\prefs.xml"}, Ids));
 
    // Again from the start: only new names are found now, and none is in the table.
-   DeleteTree(HKEY_LOCAL_MACHINE, MarkerKey);
+   DeleteTree(HKEY_LOCAL_MACHINE, L"Software\\Corvane");
    RemoveTree(Roaming + L"\\Corvane");
    result = Install(DeferredWithDocument(config));
    EXPECT_EQ(Values(), after);
