@@ -1,12 +1,14 @@
 // The demo: an old vendor's installation in a fresh prefix, the package installed by
 // msiexec with its own document, and what the migration did: the macro section as the
-// immediate action wrote it back, the log and the migrated keys.
+// immediate action wrote it back, the log, the migrated keys and the user's file
+// associations.
 #include <windows.h>
 
 #include <cstdio>
 #include <string>
 
 #include "MsiScenario.h"
+#include "ProgIdIdentity.h"
 
 namespace {
 
@@ -41,9 +43,36 @@ void SeedOldUserSettings(const std::wstring &profile)
    WriteFileAt(profile + OldPreferences, "RecentServer=connect.example.net\r\n");
 }
 
+// The old client registered .pdf for one application of one server under a ProgId computed
+// from them; the user's preference document remembers both. The classes hive is mounted
+// here, as for a logged-on user, so that what the action writes stays visible: Wine doesn't
+// write a mounted hive back to its file.
+std::wstring SeedOldAssociations(const std::wstring &profile)
+{
+   using namespace scenario;
+   const wchar_t server[] = L"{6F1C2A3B-4D5E-4F60-8172-93A4B5C6D7E8}";
+   const std::wstring progId = ComputeProgId(server, L"acrord", L"PDF");
+   const std::wstring hive = profile + L"\\AppData\\Local\\Microsoft\\Windows\\UsrClass.dat";
+   const std::wstring mount = CurrentUserSid() + L"_Classes";
+   const std::wstring pdf = L".pdf\\OpenWithProgIds";
+   SetPrivilege(SE_BACKUP_NAME, true);
+   SetPrivilege(SE_RESTORE_NAME, true);
+   SaveHiveFile(hive, {{pdf, TextValue(progId, L"")},
+                       {pdf, TextValue(L"Other.App", L"")},
+                       {progId + L"\\shell\\open", TextValue(L"FriendlyAppName", L"Eldrix Vantora Client")},
+                       {progId + L"\\DefaultIcon", TextValue(L"", L"C:\\Program Files\\Eldrix\\reader.ico")}});
+   RegLoadKeyW(HKEY_USERS, mount.c_str(), hive.c_str());
+   WriteFileAt(profile + L"\\AppData\\Roaming\\Eldrix\\prefs.xml",
+               "<Root><RecentServer serverGuid='" + Narrow(server) +
+                  "'><FileRedirection><AppExtensionInfo AppId='acrord'><Extension Name='pdf' Display-name='PDF'/>"
+                  "</AppExtensionInfo></FileRedirection></RecentServer></Root>");
+   return mount;
+}
+
 void PrintTree(const wchar_t *title, const std::wstring &path, HKEY root = HKEY_LOCAL_MACHINE)
 {
-   printf("\n-- %s: %s\\%s\n", scenario::Narrow(title).c_str(), root == HKEY_CURRENT_USER ? "HKCU" : "HKLM",
+   const char *rootName = root == HKEY_CURRENT_USER ? "HKCU" : root == HKEY_USERS ? "HKU" : "HKLM";
+   printf("\n-- %s: %s\\%s\n", scenario::Narrow(title).c_str(), rootName,
           scenario::Narrow(path).c_str());
    const auto lines = scenario::DumpTree(root, path);
    if (lines.empty()) {
@@ -86,9 +115,11 @@ int wmain(int argc, wchar_t **argv)
    const std::wstring profile = _wgetenv(L"USERPROFILE");
    SeedOldInstallation();
    SeedOldUserSettings(profile);
+   const std::wstring classes = SeedOldAssociations(profile);
    PrintTree(L"old client settings", OldClientKey);
    PrintTree(L"old client policies", OldPolicyKey);
    PrintTree(L"old settings of the installing user", OldClientKey, HKEY_CURRENT_USER);
+   PrintTree(L"file associations of the installing user", classes, HKEY_USERS);
 
    printf("\n== The macro section of the package's vtrMigrateConf.xml\n%s\n",
           MacroSection(work + L"\\sample.xml").c_str());
@@ -128,6 +159,7 @@ int wmain(int argc, wchar_t **argv)
    PrintTree(L"new client settings", L"Software\\Corvane\\Client");
    PrintTree(L"new client policies", L"Software\\Policies\\Corvane\\Client");
    PrintTree(L"new settings of the installing user", L"Software\\Corvane\\Client", HKEY_CURRENT_USER);
+   PrintTree(L"file associations of the installing user", classes, HKEY_USERS);
    printf("\n-- preference file %s%s:\n   %s\n", scenario::Narrow(profile).c_str(),
           scenario::Narrow(NewPreferences).c_str(),
           scenario::PathExists(profile + NewPreferences) ? scenario::ReadFileBytes(profile + NewPreferences).c_str()
@@ -139,5 +171,6 @@ int wmain(int argc, wchar_t **argv)
       printf("document %s after the install: %s\n", scenario::Narrow(published->second).c_str(),
              GetFileAttributesW(published->second.c_str()) == INVALID_FILE_ATTRIBUTES ? "deleted" : "still there");
    }
+   RegUnLoadKeyW(HKEY_USERS, classes.c_str());
    return 0;
 }
