@@ -43,37 +43,28 @@ constexpr int kMaxDigits = kDigitBufferSize - 1;
 // A double has at most this many digits before the point.
 constexpr int kMaxIntegerDigits = 309;
 
+// The exponent that std::to_chars writes behind the 'e' of its scientific form: a sign and
+// at least two digits. Read here because atoi goes through the locale-aware strtol.
+int ScientificExponent(const char *p)
+{
+   bool negative = *p == '-';
+   if (*p == '-' || *p == '+') {
+      p++;
+   }
+   int n = 0;
+   for (; *p >= '0' && *p <= '9'; p++) {
+      n = n * 10 + (*p - '0');
+   }
+   return negative ? -n : n;
+}
+
 // Decimal exponent of a finite, non-zero magnitude: the e in d.ddd * 10^e.
 int DigitsDecimalExponent(double magnitude)
 {
    char text[32];
    auto r = std::to_chars(text, text + sizeof text, magnitude, std::chars_format::scientific);
    *r.ptr = '\0';
-   return atoi(strchr(text, 'e') + 1);
-}
-
-// `count` significant digits. Returns the end of the digits.
-char *DigitsSignificant(char *out, double magnitude, int count, int *position)
-{
-   if (count < 1) {
-      count = 1;
-   } else if (count > kMaxDigits) {
-      count = kMaxDigits;
-   }
-   char text[kMaxDigits + 16];
-   auto r = std::to_chars(text, text + sizeof text, magnitude, std::chars_format::scientific,
-                          count - 1);
-   *r.ptr = '\0';
-   char *o = out;
-   const char *p = text;
-   for (; *p != 'e'; p++) {
-      if (*p != '.') {
-         *o++ = *p;
-      }
-   }
-   *o = '\0';
-   *position = atoi(p + 1) + 1;
-   return o;
+   return ScientificExponent(strchr(text, 'e') + 1);
 }
 
 #if defined(__SIZEOF_INT128__)
@@ -142,6 +133,74 @@ bool DigitsFixedExact(char *out, double magnitude, int count, int *position, cha
    return true;
 }
 #endif
+
+#if defined(__SIZEOF_INT128__)
+// Significant digits that the scaled integer above holds whatever they are.
+constexpr int kMaxExactSignificant = 19;
+
+// `count` significant digits are the digits of the value with count - 1 - E digits behind
+// the point, E being its decimal exponent, so the exact fixed conversion above gives them
+// too. E is found on the way: the search starts from the decimal exponent of 2^b, b the
+// binary exponent, which is E or one below it (floor(b * log10(2)) is (b * 78913) >> 18 for
+// every b a double has). While there are more than `count` digits, one digit less goes
+// behind the point. Below E there are always more; at E there are `count`, or `count` + 1
+// when they rounded up to 10^count, and then one step more gives 10^(count - 1) with the
+// position one higher, which is what the general conversion gives. False for what the
+// fixed conversion leaves to the general path.
+bool DigitsSignificantExact(char *out, double magnitude, int count, int *position, char **end)
+{
+   if (count < 1 || count > kMaxExactSignificant) {
+      return false;
+   }
+   uint64_t bits;
+   memcpy(&bits, &magnitude, sizeof bits);
+   int biased = static_cast<int>(bits >> 52);
+   if (biased == 0) {
+      return false;  // zero and subnormals
+   }
+   int start = ((biased - 1023) * 78913) >> 18;
+   for (int exponent = start; exponent <= start + 2; exponent++) {
+      int fraction = count - 1 - exponent;
+      if (fraction < 0 || !DigitsFixedExact(out, magnitude, fraction, position, end)) {
+         return false;
+      }
+      if (*end - out <= count) {
+         return *end - out == count;
+      }
+   }
+   return false;
+}
+#endif
+
+// `count` significant digits. Returns the end of the digits.
+char *DigitsSignificant(char *out, double magnitude, int count, int *position)
+{
+#if defined(__SIZEOF_INT128__)
+   char *exactEnd;
+   if (DigitsSignificantExact(out, magnitude, count, position, &exactEnd)) {
+      return exactEnd;
+   }
+#endif
+   if (count < 1) {
+      count = 1;
+   } else if (count > kMaxDigits) {
+      count = kMaxDigits;
+   }
+   char text[kMaxDigits + 16];
+   auto r = std::to_chars(text, text + sizeof text, magnitude, std::chars_format::scientific,
+                          count - 1);
+   *r.ptr = '\0';
+   char *o = out;
+   const char *p = text;
+   for (; *p != 'e'; p++) {
+      if (*p != '.') {
+         *o++ = *p;
+      }
+   }
+   *o = '\0';
+   *position = ScientificExponent(p + 1) + 1;
+   return o;
+}
 
 // `count` digits behind the decimal point, leading zeros dropped. Returns the end of the
 // digits.

@@ -1,9 +1,10 @@
-// The engines' short cuts against the long way round: fixed digits by exact integer scaling,
-// decimal digits two at a time, literal runs found by the C library's scan, and the locale
+// The engines' short cuts against the long way round: fixed and significant digits by exact
+// integer scaling, decimal digits two at a time, literal runs found by the C library's scan, and the locale
 // read only when a conversion asks for it.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <charconv>
 #include <climits>
 #include <cstdarg>
@@ -22,12 +23,12 @@ struct Digits {
    int position;
 };
 
-Digits FixedDigits(double value, int count)
+Digits FixedDigits(double value, int count, int mode = 3)
 {
    int position = 0;
    int sign = 0;
    char *end = nullptr;
-   char *d = DoubleToDigits(value, 3, count, &position, &sign, &end);
+   char *d = DoubleToDigits(value, mode, count, &position, &sign, &end);
    if (d == nullptr) {
       return {"<null>", 0};
    }
@@ -54,6 +55,20 @@ Digits FixedDigitsFromText(double value, int count)
    }
    int position = integerLength - static_cast<int>(first);
    s.erase(0, first);
+   s.erase(s.find_last_not_of('0') + 1);
+   return {s, position};
+}
+
+// The same from the scientific text: `count` significant digits, the exponent read.
+Digits SignificantDigitsFromText(double value, int count)
+{
+   char text[512];
+   auto r = std::to_chars(text, text + sizeof text, value, std::chars_format::scientific, count - 1);
+   std::string s(text, r.ptr);
+   size_t e = s.find('e');
+   int position = std::stoi(s.substr(e + 1)) + 1;
+   s.erase(e);
+   s.erase(std::remove(s.begin(), s.end(), '.'), s.end());
    s.erase(s.find_last_not_of('0') + 1);
    return {s, position};
 }
@@ -86,15 +101,24 @@ TEST(FixedDigits, ExactScalingRoundsAsTheGeneralConversion)
       {5e-324, 27, "", -27},  // a subnormal that rounds to nothing
       {1e-30, 27, "", -27},
       {0.0, 5, "", 0},
+      // Significant digits (given as -count): the exponent found from below, ties, carries.
+      {0.125, -2, "12", 0},
+      {99.5, -2, "1", 3},     // a tie that rounds up to the next power of ten
+      {9.96, -2, "1", 2},
+      {1000.0, -1, "1", 4},   // 2^9: one below the decimal exponent
+      {0.001, -3, "1", -2},
+      {12345.678, -6, "123457", 5},
+      {1e300, -6, "1", 301},  // left to the general conversion
+      {5e-324, -3, "494", -323},
    };
    for (const auto &r : rows) {
-      Digits d = FixedDigits(r.value, r.count);
+      Digits d = r.count < 0 ? FixedDigits(r.value, -r.count, 2) : FixedDigits(r.value, r.count);
       EXPECT_EQ(d.digits, r.digits) << r.value << " to " << r.count;
       EXPECT_EQ(d.position, r.position) << r.value << " to " << r.count;
    }
 }
 
-TEST(FixedDigits, EveryShortFractionMatchesTheFixedText)
+TEST(FixedDigits, EveryShortConversionMatchesTheText)
 {
    const double values[] = {
       3.14159265358979, 0.4375,        2.5,         0.05,     0.015,   0.0049999999999999,
@@ -112,6 +136,12 @@ TEST(FixedDigits, EveryShortFractionMatchesTheFixedText)
          }
          Digits negative = FixedDigits(-v, count);
          EXPECT_EQ(negative.digits, got.digits) << -v << " to " << count;
+         if (count >= 1 && count <= 25) {
+            Digits significant = FixedDigits(v, count, 2);
+            Digits text = SignificantDigitsFromText(v, count);
+            EXPECT_EQ(significant.digits, text.digits) << v << " to " << count << " digits";
+            EXPECT_EQ(significant.position, text.position) << v << " to " << count << " digits";
+         }
       }
    }
 }
