@@ -8,7 +8,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-repetitions=${VTR_BENCH_REPETITIONS:-7}
+repetitions=${VTR_BENCH_REPETITIONS:-15}
 
 cmake --preset bench >/dev/null
 cmake --build build/bench --target vtr_bench -j 2
@@ -16,7 +16,7 @@ cmake --build build/bench --target vtr_bench -j 2
 json=build/bench/bench-results.json
 build/bench/bench/vtr_bench --benchmark_out="$json" --benchmark_out_format=json \
   --benchmark_repetitions="$repetitions" --benchmark_enable_random_interleaving=true \
-  --benchmark_min_time=0.1 --benchmark_report_aggregates_only=true "$@" >/dev/null
+  --benchmark_min_time=0.05 --benchmark_report_aggregates_only=true "$@" >/dev/null
 
 python3 - "$json" "$repetitions" <<'PY'
 import json, sys

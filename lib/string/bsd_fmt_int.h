@@ -39,6 +39,17 @@ inline CharT *DecimalText(UInt value, CharT *cp)
 }
 
 // 32-bit division is the cheaper one, and most values fit.
+// Hexadecimal digits from `digits` (either case), at least one, ending just before `cp`.
+template <typename CharT, typename UInt>
+inline CharT *HexText(UInt value, CharT *cp, const CharT *digits)
+{
+   do {
+      *--cp = digits[value & 15];
+      value >>= 4;
+   } while (value != 0);
+   return cp;
+}
+
 template <typename CharT>
 inline CharT *DecimalText64(uint64_t value, CharT *cp)
 {
@@ -93,11 +104,7 @@ CharT *UnsignedToText(UInt value, CharT *cp, int base, bool octalZero, const Cha
       }
       return cp;
    case 16:
-      do {
-         *--cp = digits[value & 15];
-         value >>= 4;
-      } while (value != 0);
-      return cp;
+      return HexText<CharT, UInt>(value, cp, digits);
    default:
       abort();
    }
