@@ -345,7 +345,8 @@ struct Output {
    CharT *buffer;
    uint64_t capacity;  // characters, terminator included
    bool growing;
-   uint64_t written;
+   CharT *next;        // where the next copied character goes
+   uint64_t room;      // characters that can still be copied before the terminator's place
    int64_t total;
    struct {
       const CharT *text;
@@ -356,26 +357,23 @@ struct Output {
 };
 
 // Copies one piece of the batch. Pieces are mostly a few characters (a sign, a point, a
-// separator, a number, a short run of the format), and for those the call to memcpy and
-// the registers it makes the caller save cost more than the copy. So fixed-size moves do
-// it here: two of one size, the first from the start and the second up to the end, cover
-// every length from that size to twice it (they overlap in the middle), and longer pieces
-// go in blocks of 16 with the last block again up to the end. Only long texts go to
-// memcpy.
+// separator, a number, a short run of the format), and for those a call to memcpy, and the
+// registers that the call makes the caller save, cost more than the copy itself. So moves
+// of a fixed size do it here: two of one size, the first from the start and the second up
+// to the end, cover every length from that size to twice it (they overlap in the middle);
+// longer pieces go in blocks of 16 and a last block up to the end.
 inline void CopyBytes(char *to, const char *from, size_t n)
 {
-   if (n >= 16) {
-      if (n > 256) {
-         memcpy(to, from, n);
-         return;
+   if (n >= 8) {
+      if (n >= 16) {
+         for (size_t i = 0; i + 16 < n; i += 16) {
+            memcpy(to + i, from + i, 16);
+         }
+         memcpy(to + n - 16, from + n - 16, 16);
+      } else {
+         memcpy(to, from, 8);
+         memcpy(to + n - 8, from + n - 8, 8);
       }
-      for (size_t i = 0; i + 16 < n; i += 16) {
-         memcpy(to + i, from + i, 16);
-      }
-      memcpy(to + n - 16, from + n - 16, 16);
-   } else if (n >= 8) {
-      memcpy(to, from, 8);
-      memcpy(to + n - 8, from + n - 8, 8);
    } else if (n >= 4) {
       memcpy(to, from, 4);
       memcpy(to + n - 4, from + n - 4, 4);
@@ -388,15 +386,19 @@ inline void CopyBytes(char *to, const char *from, size_t n)
 }
 
 // Growing mode: makes room for the batch and the terminator, to the least multiple of the
-// old capacity that holds them. False when the allocation fails.
+// old capacity that holds them. False when the allocation fails, now or before.
 template <typename CharT>
 bool OutputMakeRoom(Output<CharT> *o)
 {
+   if (o->failed) {
+      return false;
+   }
    uint64_t pending = 0;
    for (int i = 0; i < o->count; i++) {
       pending += o->pieces[i].length;
    }
-   uint64_t needed = o->written + pending + 1;
+   uint64_t written = static_cast<uint64_t>(o->next - o->buffer);
+   uint64_t needed = written + pending + 1;
    if (o->capacity < needed) {
       uint64_t capacity = o->capacity * ((needed - 1 + o->capacity) / o->capacity);
       CharT *grown =
@@ -406,21 +408,25 @@ bool OutputMakeRoom(Output<CharT> *o)
          return false;
       }
       o->buffer = grown;
+      o->next = grown + written;
       o->capacity = capacity;
+      o->room = capacity - written - 1;
    }
    return true;
 }
 
+// Copies out the batch, each piece cut to the room that is left; in fixed mode what does
+// not fit is dropped, and the total goes on counting.
 template <typename CharT>
 bool OutputCopyOut(Output<CharT> *o)
 {
-   if (o->failed || (o->growing && !OutputMakeRoom(o))) {
+   if (o->growing && !OutputMakeRoom(o)) [[unlikely]] {
       return false;
    }
    // Held in locals: the copies store characters, which as far as the compiler knows could
    // land in the fields of *o, and it would read them again after every piece.
-   uint64_t room = o->capacity > o->written ? o->capacity - o->written - 1 : 0;
-   CharT *to = o->buffer + o->written;
+   uint64_t room = o->room;
+   CharT *to = o->next;
    const int count = o->count;
    for (int i = 0; i < count; i++) {
       uint64_t n = o->pieces[i].length < room ? o->pieces[i].length : room;
@@ -429,7 +435,8 @@ bool OutputCopyOut(Output<CharT> *o)
       to += n;
       room -= n;
    }
-   o->written = static_cast<uint64_t>(to - o->buffer);
+   o->next = to;
+   o->room = room;
    o->count = 0;
    return true;
 }
@@ -579,6 +586,9 @@ struct Scratch {
    void *stringBuffer;   // converted %S (narrow) or %s (wide)
    char digits[kDoubleDigitsSize];  // floating digits, on the stack: no call allocates them
    utf16_t *wideDigits;             // the same, widened (wide engine)
+   // Set with each of the three pointers above when it is given a block. Most calls own
+   // none, and then this one test answers for them all.
+   bool owning;
 };
 
 // Keeps the converted text of the current %S (or wide %s) until the next one or the end of
@@ -588,21 +598,19 @@ void *HoldConverted(Scratch<CharT> &s, void *converted)
 {
    free(s.stringBuffer);
    s.stringBuffer = converted;
+   s.owning = true;
    return converted;
 }
 
 template <typename CharT>
 void ScratchFree(Scratch<CharT> *s)
 {
-   // Most calls own none of these, and free() of null is still a call into the library.
-   if (s->slots != s->slotsOnStack) {
-      free(s->slots);
-   }
    TypeTableFree(&s->types);
-   if (s->stringBuffer != nullptr) {
+   if (s->owning) {
+      if (s->slots != s->slotsOnStack) {
+         free(s->slots);
+      }
       free(s->stringBuffer);
-   }
-   if (s->wideDigits != nullptr) {
       free(s->wideDigits);
    }
 }
@@ -642,16 +650,68 @@ inline int64_t StringLength(const utf16_t *text, int64_t precision)
    return precision < 0 ? static_cast<int64_t>(TextLength(text)) : TextLengthWithin(text, precision);
 }
 
-// Field assembly of everything but the floating conversions: blanks, sign, prefix, zeros
-// to the width, zeros to the precision, the text, blanks; then the field counts towards the
-// total and the batch is copied out. False when the total would pass its limit or the copy
-// failed. Always in line in its one caller, which runs it for almost every conversion.
+// The pieces of a field of everything but the floating conversions, in order, each handed
+// to `put`: blanks, sign, prefix, zeros to the width, zeros to the precision, the text,
+// blanks. Padding goes in pieces of at most 16 from the constant strings.
+template <typename CharT, typename Put>
+[[gnu::always_inline]] inline void FieldPieces(const ConversionSpec<CharT> &c, const CharT *text,
+                                               int64_t size, int64_t dprec, int64_t realsz,
+                                               int64_t field, Put put)
+{
+   if (field == size) {
+      // The field is the text alone, with no sign, prefix or padding of any kind: each of
+      // the steps below but the text itself would print nothing.
+      put(text, size);
+      return;
+   }
+   const int64_t padding = field - realsz;
+   auto pad = [&](int64_t n, const CharT *with) {
+      while (n > 0) {
+         int64_t k = n < kPadChunk ? n : kPadChunk;
+         put(with, k);
+         n -= k;
+      }
+   };
+   if ((c.flags & (LADJUST | ZEROPAD)) == 0) {
+      pad(padding, Padding<CharT>::blanks);
+   }
+   if (c.sign) {
+      put(&c.sign, 1);
+   }
+   if (c.ox[1]) {
+      put(c.ox, 2);
+   }
+   if ((c.flags & (LADJUST | ZEROPAD)) == ZEROPAD) {
+      pad(padding, Padding<CharT>::zeroes);
+   }
+   pad(dprec - size, Padding<CharT>::zeroes);
+   put(text, size);
+   if (c.flags & LADJUST) {
+      pad(padding, Padding<CharT>::blanks);
+   }
+}
+
+// Copies a piece straight into a fixed buffer, cut to the room as the copy-out cuts it.
+template <typename CharT>
+inline void OutputCopyNow(Output<CharT> *o, const CharT *text, int64_t length)
+{
+   if (length <= 0) {
+      return;
+   }
+   uint64_t n = static_cast<uint64_t>(length) < o->room ? static_cast<uint64_t>(length) : o->room;
+   CopyBytes(reinterpret_cast<char *>(o->next), reinterpret_cast<const char *>(text),
+             static_cast<size_t>(n) * sizeof(CharT));
+   o->next += n;
+   o->room -= n;
+}
+
+// Field assembly of everything but the floating conversions; then the field counts towards
+// the total and the batch is copied out. False when the total would pass its limit or the
+// copy failed. Always in line in its one caller, which runs it for almost every conversion.
 template <typename CharT>
 [[gnu::always_inline]] inline bool OutputField(Output<CharT> *o, const ConversionSpec<CharT> &c,
                                                const CharT *text, int64_t size, int64_t dprec)
 {
-   const CharT *blanks = Padding<CharT>::blanks;
-   const CharT *zeroes = Padding<CharT>::zeroes;
    int64_t realsz = dprec > size ? dprec : size;
    if (c.sign) {
       realsz++;
@@ -663,30 +723,18 @@ template <typename CharT>
    if (o->total + field > kMaxTotal) {
       return false;
    }
-   if (field == size) {
-      // The field is the text alone, with no sign, prefix or padding of any kind: each of
-      // the steps below but the text itself would print nothing.
-      OutputPrint(o, text, size);
-   } else {
-      if ((c.flags & (LADJUST | ZEROPAD)) == 0) {
-         OutputPad(o, field - realsz, blanks);
-      }
-      if (c.sign) {
-         OutputPrint(o, &c.sign, 1);
-      }
-      if (c.ox[1]) {
-         OutputPrint(o, c.ox, 2);
-      }
-      if ((c.flags & (LADJUST | ZEROPAD)) == ZEROPAD) {
-         OutputPad(o, field - realsz, zeroes);
-      }
-      OutputPad(o, dprec - size, zeroes);
-      OutputPrint(o, text, size);
-      if (c.flags & LADJUST) {
-         OutputPad(o, field - realsz, blanks);
-      }
-   }
    o->total += field;
+   if (o->count == 0 && !o->growing) {
+      // A fixed buffer and an empty batch: the pieces of this field would be the batch,
+      // copied out in order when eight are pending and at the end of the conversion, each
+      // cut to the room that is left, and nothing from here to there can fail. Copying each
+      // piece as it comes gives the same bytes without the round through the batch.
+      FieldPieces(c, text, size, dprec, realsz, field,
+                  [o](const CharT *p, int64_t n) { OutputCopyNow(o, p, n); });
+      return true;
+   }
+   FieldPieces(c, text, size, dprec, realsz, field,
+               [o](const CharT *p, int64_t n) { OutputPrint(o, p, n); });
    return OutputFlush(o);
 }
 
@@ -743,6 +791,7 @@ bool OutputFloating(Output<CharT> *o, ConversionSpec<CharT> c, CharT ch, uint64_
    if constexpr (kWide) {
       free(s.wideDigits);
       s.wideDigits = Utf8ToWideString(s.digits, -1);
+      s.owning = true;
       if (s.wideDigits == nullptr) {
          return false;
       }
@@ -915,7 +964,6 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
 
    // The batch entries are written before they are read; the rest starts out empty.
    Output<CharT> o;
-   o.written = 0;
    o.total = 0;
    o.count = 0;
    o.failed = false;
@@ -934,6 +982,8 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
       o.buffer = *buffer;
       o.capacity = capacity;
    }
+   o.next = o.buffer;
+   o.room = o.capacity != 0 ? o.capacity - 1 : 0;
 
    LocaleSource loc{locale, false, false, '.', '\0', nullptr};
 
@@ -942,6 +992,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
    s.slots = s.slotsOnStack;
    s.stringBuffer = nullptr;
    s.wideDigits = nullptr;
+   s.owning = false;
    s.scans.count = 0;
    s.scans.used = 0;
    TypeTableInit(&s.types);
@@ -952,6 +1003,7 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
          s.slots = s.slotsOnStack;
          goto fail;
       }
+      s.owning = true;
    }
    {
       va_list args;
@@ -963,9 +1015,13 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
    {
       const CharT *fmt = format;
       int nextarg = 1;
+      // Fixed from here on; in locals, the compiler need not read them again after each
+      // character the conversions store.
+      const int maxIndex = s.types.maxIndex;
+      const uint64_t *const slots = s.slots;
       // A conversion that names no argument the argument pass saw (%F) reads zero.
       auto arg = [&](int index) -> uint64_t {
-         return index >= 0 && index <= s.types.maxIndex ? s.slots[index] : 0;
+         return index >= 0 && index <= maxIndex ? slots[index] : 0;
       };
       auto asterisk = [&]() -> int {
          const CharT *cp = fmt;
@@ -1305,7 +1361,7 @@ done:
       goto fail;
    }
    if (o.capacity != 0) {
-      o.buffer[o.written] = 0;
+      *o.next = 0;
    }
    ScratchFree(&s);
    if (o.growing) {

@@ -1,6 +1,6 @@
 // The engines' short cuts against the long way round: fixed and significant digits by exact
-// integer scaling, decimal digits two at a time, literal runs found by the C library's scan, and the locale
-// read only when a conversion asks for it.
+// integer scaling, decimal digits two at a time, literal runs found by the C library's scan,
+// fields copied without the batch, and the locale read only when a conversion asks for it.
 
 #include <gtest/gtest.h>
 
@@ -230,6 +230,12 @@ TEST(EngineFastPaths, LiteralRunsAroundConversionsAndCapacity)
       {FormatInto(200, "positions after literal text: %2$s %1$d", 5, "five"), 36,
        "positions after literal text: five 5"},
       {FormatInto(10, "%s literal", "abcdefgh"), 16, "abcdefgh "},
+      // A field that starts with an empty batch goes straight to the buffer, cut alike.
+      {FormatInto(4, "%08X", 0xBEEFu), 8, "000"},
+      {FormatInto(4, "x%08X", 0xBEEFu), 9, "x00"},
+      {FormatInto(3, "%-5d|", -42), 6, "-4"},
+      {FormatInto(200, "%+210.3d|", 7), 211, std::string(199, ' ')},
+      {FormatInto(300, "%#-20x%c", 255u, 'z'), 21, "0xff" + std::string(16, ' ') + "z"},
    };
    for (const auto &r : rows) {
       EXPECT_EQ(r.got.result, r.result) << r.text;
