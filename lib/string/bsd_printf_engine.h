@@ -1021,7 +1021,8 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
       const uint64_t *const slots = s.slots;
       // A conversion that names no argument the argument pass saw (%F) reads zero.
       auto arg = [&](int index) -> uint64_t {
-         return index >= 0 && index <= maxIndex ? slots[index] : 0;
+         // One unsigned comparison for 0 <= index <= maxIndex.
+         return static_cast<unsigned>(index) <= static_cast<unsigned>(maxIndex) ? slots[index] : 0;
       };
       auto asterisk = [&]() -> int {
          const CharT *cp = fmt;
@@ -1172,7 +1173,10 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
          case 'i': {
             uint64_t slot = arg(TakeNext(nextarg));
             int64_t v;
-            if (c.flags & kInteger64) {
+            // Plain and `l` sizes first: both are 32 bits, and they are most conversions.
+            if ((c.flags & (kInteger64 | SHORTINT | CHARINT)) == 0) {
+               v = static_cast<int32_t>(slot);
+            } else if (c.flags & kInteger64) {
                v = static_cast<int64_t>(slot);
             } else if (c.flags & LONGINT) {
                v = static_cast<int32_t>(slot);
@@ -1212,7 +1216,9 @@ int FormatCore(CharT **buffer, size_t capacity, const BsdFormatLocale *locale,
             c.flags &= ~GROUPING;
          unsignedArg: {
             uint64_t slot = arg(TakeNext(nextarg));
-            if (c.flags & kInteger64) {
+            if ((c.flags & (kInteger64 | SHORTINT | CHARINT)) == 0) {
+               uval = static_cast<uint32_t>(slot);
+            } else if (c.flags & kInteger64) {
                uval = slot;
             } else if (c.flags & LONGINT) {
                uval = static_cast<uint32_t>(slot);
