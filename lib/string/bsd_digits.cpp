@@ -123,8 +123,7 @@ bool DigitsFixedExact(char *out, double magnitude, int count, int *position, cha
    }
    char text[24];
    char *textEnd = text + sizeof text;
-   char *first = bsdfmt::UnsignedToText64<char>(rounded, textEnd, 10, false, nullptr, false,
-                                                '\0', nullptr);
+   char *first = bsdfmt::DecimalText64<char>(rounded, textEnd);
    size_t n = static_cast<size_t>(textEnd - first);
    memcpy(out, first, n);
    out[n] = '\0';
@@ -136,13 +135,18 @@ bool DigitsFixedExact(char *out, double magnitude, int count, int *position, cha
 
 #if defined(__SIZEOF_INT128__)
 // Significant digits that the scaled integer above holds whatever they are.
+constexpr int kExactPowersOf10 = 23;  // 10^0 to 10^22 are exact doubles
+constexpr double kPowersOf10[kExactPowersOf10] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                                  1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                                  1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 constexpr int kMaxExactSignificant = 19;
 
 // `count` significant digits are the digits of the value with count - 1 - E digits behind
 // the point, E being its decimal exponent, so the exact fixed conversion above gives them
 // too. E is found on the way: the search starts from the decimal exponent of 2^b, b the
 // binary exponent, which is E or one below it (floor(b * log10(2)) is (b * 78913) >> 18 for
-// every b a double has). While there are more than `count` digits, one digit less goes
+// every b a double has), moved up where a comparison with an exact power of ten shows that
+// the value has reached it. While there are more than `count` digits, one digit less goes
 // behind the point. Below E there are always more; at E there are `count`, or `count` + 1
 // when they rounded up to 10^count, and then one step more gives 10^(count - 1) with the
 // position one higher, which is what the general conversion gives. False for what the
@@ -159,6 +163,11 @@ bool DigitsSignificantExact(char *out, double magnitude, int count, int *positio
       return false;  // zero and subnormals
    }
    int start = ((biased - 1023) * 78913) >> 18;
+   // Where the next power of ten is exact as a double, one comparison tells whether E is
+   // above the start, and saves the round that would find it out.
+   if (start >= -1 && start + 1 < kExactPowersOf10 && magnitude >= kPowersOf10[start + 1]) {
+      start++;
+   }
    for (int exponent = start; exponent <= start + 2; exponent++) {
       int fraction = count - 1 - exponent;
       if (fraction < 0 || !DigitsFixedExact(out, magnitude, fraction, position, end)) {

@@ -106,6 +106,7 @@ TEST(FixedDigits, ExactScalingRoundsAsTheGeneralConversion)
       {99.5, -2, "1", 3},     // a tie that rounds up to the next power of ten
       {9.96, -2, "1", 2},
       {1000.0, -1, "1", 4},   // 2^9: one below the decimal exponent
+      {9999.5, -4, "1", 5},   // just below 10^4, rounds up to it
       {0.001, -3, "1", -2},
       {12345.678, -6, "123457", 5},
       {1e300, -6, "1", 301},  // left to the general conversion
