@@ -472,28 +472,28 @@ struct Padding {
                                                '0', '0', '0', '0', '0', '0', '0', '0'};
 };
 
-template <typename CharT>
-void OutputPad(Output<CharT> *o, int64_t n, const CharT *with)
+// `n` characters of padding, in pieces of at most 16.
+template <typename CharT, typename Put>
+void PutPadding(Put &put, int64_t n, const CharT *with)
 {
    while (n > 0) {
       int64_t k = n < kPadChunk ? n : kPadChunk;
-      OutputPrint(o, with, k);
+      put(with, k);
       n -= k;
    }
 }
 
-// Prints what there is of [p, p + available) up to `length`, then pads to `length`.
-template <typename CharT>
-void OutputPrintAndPad(Output<CharT> *o, const CharT *p, int64_t available, int64_t length,
-                       const CharT *with)
+// What there is of [p, p + available) up to `length`, then padding to `length`.
+template <typename CharT, typename Put>
+void PutAndPad(Put &put, const CharT *p, int64_t available, int64_t length, const CharT *with)
 {
    int64_t n = available < length ? available : length;
    if (n > 0) {
-      OutputPrint(o, p, n);
+      put(p, n);
    } else {
       n = 0;
    }
-   OutputPad(o, length - n, with);
+   PutPadding(put, length - n, with);
 }
 
 // ---- Locale -----------------------------------------------------------------------------
@@ -665,15 +665,8 @@ template <typename CharT, typename Put>
       return;
    }
    const int64_t padding = field - realsz;
-   auto pad = [&](int64_t n, const CharT *with) {
-      while (n > 0) {
-         int64_t k = n < kPadChunk ? n : kPadChunk;
-         put(with, k);
-         n -= k;
-      }
-   };
    if ((c.flags & (LADJUST | ZEROPAD)) == 0) {
-      pad(padding, Padding<CharT>::blanks);
+      PutPadding(put, padding, Padding<CharT>::blanks);
    }
    if (c.sign) {
       put(&c.sign, 1);
@@ -682,12 +675,12 @@ template <typename CharT, typename Put>
       put(c.ox, 2);
    }
    if ((c.flags & (LADJUST | ZEROPAD)) == ZEROPAD) {
-      pad(padding, Padding<CharT>::zeroes);
+      PutPadding(put, padding, Padding<CharT>::zeroes);
    }
-   pad(dprec - size, Padding<CharT>::zeroes);
+   PutPadding(put, dprec - size, Padding<CharT>::zeroes);
    put(text, size);
    if (c.flags & LADJUST) {
-      pad(padding, Padding<CharT>::blanks);
+      PutPadding(put, padding, Padding<CharT>::blanks);
    }
 }
 
@@ -704,6 +697,23 @@ inline void OutputCopyNow(Output<CharT> *o, const CharT *text, int64_t length)
    o->next += n;
    o->room -= n;
 }
+
+// Where the pieces of a floating conversion go: straight into a fixed buffer (see
+// OutputField), into the batch otherwise.
+template <typename CharT>
+struct FieldSink {
+   Output<CharT> *o;
+   bool direct;
+
+   void operator()(const CharT *text, int64_t length) const
+   {
+      if (direct) {
+         OutputCopyNow(o, text, length);
+      } else {
+         OutputPrint(o, text, length);
+      }
+   }
+};
 
 // Field assembly of everything but the floating conversions; then the field counts towards
 // the total and the batch is copied out. False when the total would pass its limit or the
@@ -724,11 +734,13 @@ template <typename CharT>
       return false;
    }
    o->total += field;
-   if (o->count == 0 && !o->growing) {
-      // A fixed buffer and an empty batch: the pieces of this field would be the batch,
-      // copied out in order when eight are pending and at the end of the conversion, each
-      // cut to the room that is left, and nothing from here to there can fail. Copying each
-      // piece as it comes gives the same bytes without the round through the batch.
+   if (!o->growing) {
+      // A fixed buffer: what is pending in the batch and then the pieces of this field would
+      // be copied out in order, when eight are pending and at the end of the conversion, each
+      // cut to the room that is left; and from here to there nothing can fail, as copying out
+      // into a fixed buffer cannot. Copying out what is pending now and each piece of the
+      // field as it comes gives the same bytes without the round through the batch.
+      OutputFlush(o);
       FieldPieces(c, text, size, dprec, realsz, field,
                   [o](const CharT *p, int64_t n) { OutputCopyNow(o, p, n); });
       return true;
@@ -884,32 +896,38 @@ bool OutputFloating(Output<CharT> *o, ConversionSpec<CharT> c, CharT ch, uint64_
    if (o->total + field > kMaxTotal) {
       return false;
    }
+   o->total += field;
+   // As in OutputField: into a fixed buffer the pieces go straight after what is pending.
+   if (!o->growing) {
+      OutputFlush(o);
+   }
+   FieldSink<CharT> put{o, !o->growing};
    if ((flags & (LADJUST | ZEROPAD)) == 0) {
-      OutputPad(o, field - realsz, blanks);
+      PutPadding(put, field - realsz, blanks);
    }
    if (sign) {
-      OutputPrint(o, &sign, 1);
+      put(&sign, 1);
    }
    CharT firstDigit = '0';
    if (special) {
       // Infinities and NaN: the word alone, so a zero-padded one gets no zeros.
-      OutputPrint(o, cp, size);
+      put(cp, size);
    } else {
       if ((flags & (LADJUST | ZEROPAD)) == ZEROPAD) {
-         OutputPad(o, field - realsz, zeroes);
+         PutPadding(put, field - realsz, zeroes);
       }
       if (!expchar) {
          if (expt <= 0) {
-            OutputPrint(o, zeroes, 1);
+            put(zeroes, 1);
             if (prec || (flags & ALT)) {
-               OutputPrint(o, &decimalPoint, 1);
+               put(&decimalPoint, 1);
             }
-            OutputPad(o, -static_cast<int64_t>(expt), zeroes);
+            PutPadding(put, -static_cast<int64_t>(expt), zeroes);
             prec += expt;
-            OutputPrintAndPad(o, cp, ndig, prec, zeroes);
+            PutAndPad(put, cp, ndig, prec, zeroes);
          } else {
             int64_t at = 0;
-            OutputPrintAndPad(o, cp, ndig - at, lead, zeroes);
+            PutAndPad(put, cp, ndig - at, lead, zeroes);
             at += lead;
             if (grouping != nullptr) {
                while (nseps > 0 || nrepeats > 0) {
@@ -919,8 +937,8 @@ bool OutputFloating(Output<CharT> *o, ConversionSpec<CharT> c, CharT ch, uint64_
                      grouping--;
                      nseps--;
                   }
-                  OutputPrint(o, &separator, 1);
-                  OutputPrintAndPad(o, cp + (at < ndig ? at : ndig), ndig - at, *grouping,
+                  put(&separator, 1);
+                  PutAndPad(put, cp + (at < ndig ? at : ndig), ndig - at, *grouping,
                                     zeroes);
                   at += *grouping;
                }
@@ -929,26 +947,25 @@ bool OutputFloating(Output<CharT> *o, ConversionSpec<CharT> c, CharT ch, uint64_
                at = ndig;
             }
             if (prec || (flags & ALT)) {
-               OutputPrint(o, &decimalPoint, 1);
+               put(&decimalPoint, 1);
             }
-            OutputPrintAndPad(o, cp + at, ndig - at, prec, zeroes);
+            PutAndPad(put, cp + at, ndig - at, prec, zeroes);
          }
       } else {
          firstDigit = ndig > 0 ? cp[0] : static_cast<CharT>('0');
-         OutputPrint(o, &firstDigit, 1);
+         put(&firstDigit, 1);
          if (prec > 1 || (flags & ALT)) {
             int rest = ndig > 1 ? ndig - 1 : 0;
-            OutputPrint(o, &decimalPoint, 1);
-            OutputPrint(o, cp + 1, rest);
-            OutputPad(o, prec - 1 - rest, zeroes);
+            put(&decimalPoint, 1);
+            put(cp + 1, rest);
+            PutPadding(put, prec - 1 - rest, zeroes);
          }
-         OutputPrint(o, expstr, expsize);
+         put(expstr, expsize);
       }
    }
    if (flags & LADJUST) {
-      OutputPad(o, field - realsz, blanks);
+      PutPadding(put, field - realsz, blanks);
    }
-   o->total += field;
    return OutputFlush(o);
 }
 
