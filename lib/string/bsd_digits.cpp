@@ -77,6 +77,14 @@ constexpr uint64_t kPowersOf5[kMaxExactFraction + 1] = {
    476837158203125ull, 2384185791015625ull, 11920928955078125ull, 59604644775390625ull,
    298023223876953125ull, 1490116119384765625ull, 7450580596923828125ull};
 
+// The bits of a non-negative double and its biased binary exponent, which is 0 for zero
+// and the subnormals: the exact conversions below leave those to the general path.
+int BiasedExponent(double magnitude, uint64_t *bits)
+{
+   memcpy(bits, &magnitude, sizeof *bits);
+   return static_cast<int>(*bits >> 52);
+}
+
 // `count` digits behind the point for the common case of a short fraction of a moderate
 // value, without the general conversion: value * 10^count is m * 5^count * 2^shift
 // exactly, and rounding that to an integer (ties to even, as the general path does) is
@@ -84,14 +92,10 @@ constexpr uint64_t kPowersOf5[kMaxExactFraction + 1] = {
 // the general path takes those.
 bool DigitsFixedExact(char *out, double magnitude, int count, int *position, char **end)
 {
-   if (count > kMaxExactFraction) {
-      return false;
-   }
    uint64_t bits;
-   memcpy(&bits, &magnitude, sizeof bits);
-   int biased = static_cast<int>(bits >> 52);
-   if (biased == 0) {
-      return false;  // zero and subnormals
+   int biased = BiasedExponent(magnitude, &bits);
+   if (count > kMaxExactFraction || biased == 0) {
+      return false;
    }
    uint64_t significand = (bits & ((uint64_t{1} << 52) - 1)) | (uint64_t{1} << 52);
    int shift = biased - 1075 + count;
@@ -153,14 +157,10 @@ constexpr int kMaxExactSignificant = 19;
 // fixed conversion leaves to the general path.
 bool DigitsSignificantExact(char *out, double magnitude, int count, int *position, char **end)
 {
-   if (count < 1 || count > kMaxExactSignificant) {
-      return false;
-   }
    uint64_t bits;
-   memcpy(&bits, &magnitude, sizeof bits);
-   int biased = static_cast<int>(bits >> 52);
-   if (biased == 0) {
-      return false;  // zero and subnormals
+   int biased = BiasedExponent(magnitude, &bits);
+   if (count < 1 || count > kMaxExactSignificant || biased == 0) {
+      return false;
    }
    int start = ((biased - 1023) * 78913) >> 18;
    // Where the next power of ten is exact as a double, one comparison tells whether E is

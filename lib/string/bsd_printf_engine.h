@@ -698,8 +698,28 @@ inline void OutputCopyNow(Output<CharT> *o, const CharT *text, int64_t length)
    o->room -= n;
 }
 
+// Counts a field towards the total; false when that would pass its limit. With a fixed
+// buffer the pieces of the field then go straight in, after what the batch holds is copied
+// out here: batched, they would be copied out in the same order (when eight are pending and
+// at the end of the conversion), each cut to the room that is left, and from here to there
+// nothing can fail, as copying out into a fixed buffer cannot. So this gives the same bytes
+// without the round through the batch. Literal runs still wait in the batch: a conversion
+// after them may fail, and then they are not copied out.
+template <typename CharT>
+inline bool OutputBeginField(Output<CharT> *o, int64_t field)
+{
+   if (o->total + field > kMaxTotal) {
+      return false;
+   }
+   o->total += field;
+   if (!o->growing) {
+      OutputFlush(o);
+   }
+   return true;
+}
+
 // Where the pieces of a floating conversion go: straight into a fixed buffer (see
-// OutputField), into the batch otherwise.
+// OutputBeginField), into the batch otherwise.
 template <typename CharT>
 struct FieldSink {
    Output<CharT> *o;
@@ -715,9 +735,10 @@ struct FieldSink {
    }
 };
 
-// Field assembly of everything but the floating conversions; then the field counts towards
-// the total and the batch is copied out. False when the total would pass its limit or the
-// copy failed. Always in line in its one caller, which runs it for almost every conversion.
+// Field assembly of everything but the floating conversions: the field counts towards the
+// total, and its pieces go straight into a fixed buffer or through the batch, which is then
+// copied out. False when the total would pass its limit or the copy failed. Always in line
+// in its one caller, which runs it for almost every conversion.
 template <typename CharT>
 [[gnu::always_inline]] inline bool OutputField(Output<CharT> *o, const ConversionSpec<CharT> &c,
                                                const CharT *text, int64_t size, int64_t dprec)
@@ -730,17 +751,10 @@ template <typename CharT>
       realsz += 2;
    }
    int64_t field = c.width > realsz ? c.width : realsz;
-   if (o->total + field > kMaxTotal) {
+   if (!OutputBeginField(o, field)) {
       return false;
    }
-   o->total += field;
    if (!o->growing) {
-      // A fixed buffer: what is pending in the batch and then the pieces of this field would
-      // be copied out in order, when eight are pending and at the end of the conversion, each
-      // cut to the room that is left; and from here to there nothing can fail, as copying out
-      // into a fixed buffer cannot. Copying out what is pending now and each piece of the
-      // field as it comes gives the same bytes without the round through the batch.
-      OutputFlush(o);
       FieldPieces(c, text, size, dprec, realsz, field,
                   [o](const CharT *p, int64_t n) { OutputCopyNow(o, p, n); });
       return true;
@@ -893,13 +907,8 @@ bool OutputFloating(Output<CharT> *o, ConversionSpec<CharT> c, CharT ch, uint64_
    // and with the digits laid out around the point here.
    int64_t realsz = sign ? size + 1 : size;
    int64_t field = c.width > realsz ? c.width : realsz;
-   if (o->total + field > kMaxTotal) {
+   if (!OutputBeginField(o, field)) {
       return false;
-   }
-   o->total += field;
-   // As in OutputField: into a fixed buffer the pieces go straight after what is pending.
-   if (!o->growing) {
-      OutputFlush(o);
    }
    FieldSink<CharT> put{o, !o->growing};
    if ((flags & (LADJUST | ZEROPAD)) == 0) {
