@@ -139,11 +139,11 @@ bool DigitsFixedExact(char *out, double magnitude, int count, int *position, cha
 
 #if defined(__SIZEOF_INT128__)
 // Significant digits that the scaled integer above holds whatever they are.
+constexpr int kMaxExactSignificant = 19;
 constexpr int kExactPowersOf10 = 23;  // 10^0 to 10^22 are exact doubles
 constexpr double kPowersOf10[kExactPowersOf10] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                                   1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                                   1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-constexpr int kMaxExactSignificant = 19;
 
 // `count` significant digits are the digits of the value with count - 1 - E digits behind
 // the point, E being its decimal exponent, so the exact fixed conversion above gives them

@@ -38,7 +38,6 @@ inline CharT *DecimalText(UInt value, CharT *cp)
    return cp;
 }
 
-// 32-bit division is the cheaper one, and most values fit.
 // Hexadecimal digits from `digits` (either case), at least one, ending just before `cp`.
 template <typename CharT, typename UInt>
 inline CharT *HexText(UInt value, CharT *cp, const CharT *digits)
@@ -50,6 +49,7 @@ inline CharT *HexText(UInt value, CharT *cp, const CharT *digits)
    return cp;
 }
 
+// 32-bit division is the cheaper one, and most values fit.
 template <typename CharT>
 inline CharT *DecimalText64(uint64_t value, CharT *cp)
 {
