@@ -1,6 +1,8 @@
 #pragma once
 // What the two engine targets share: turning fuzzer bytes into a format that can only
-// consume arguments that were really passed, and a fixed argument list to format from.
+// consume arguments that were really passed, a fixed argument list to format from, and the
+// oracle: the fixed-size target holds exactly the prefix of what the growing mode produces,
+// terminated, and both report the same length.
 //
 // Input layout: byte 0 selects the mode and the value rotation, byte 1 the capacity of the
 // fixed-size target, the rest is the format (in 16-bit units for the wide engine).
@@ -17,9 +19,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <string>
+#include <utility>
 
 namespace fuzzsupport {
 
@@ -175,18 +179,17 @@ inline ArgumentList MakeArgumentList(const Header &header, const StringArgs &str
 
 // What a growing call and a call into a fixed buffer of `capacity` units must agree on:
 // the same result, the fixed text the grown one cut to fit and terminated, and nothing left
-// allocated by a failed growing call. Returns the grown text's length up to its terminator
-// (which may stop short of the reported length: a zero-padded infinity or NaN counts its
-// field width but gets no zeros), or 0 when the growing call failed.
+// allocated by a failed growing call. The grown text may stop short of the reported length:
+// a zero-padded infinity or NaN counts its field width but gets no zeros.
 template <typename CharT>
-size_t CheckFixedAgainstGrown(const CharT *grown, int grownLength, const CharT *fixed, const CharT *fixedTarget,
+void CheckFixedAgainstGrown(const CharT *grown, int grownLength, const CharT *fixed, const CharT *fixedTarget,
                               int fixedLength, size_t capacity)
 {
    if (grownLength < 0) {
       if (grown != nullptr) {
          __builtin_trap();
       }
-      return 0;
+      return;
    }
    if (grown == nullptr || fixedLength != grownLength || fixedTarget != fixed) {
       __builtin_trap();
@@ -206,7 +209,44 @@ size_t CheckFixedAgainstGrown(const CharT *grown, int grownLength, const CharT *
          __builtin_trap();
       }
    }
-   return text;
+}
+
+template <typename CharT>
+using EngineCall = int (*)(CharT **buffer, size_t capacity, const CharT *format, ...);
+
+template <typename CharT, size_t... D, size_t... G>
+int FormatWithList(std::index_sequence<D...>, std::index_sequence<G...>, EngineCall<CharT> call, CharT **buffer,
+                   size_t capacity, const CharT *format, const ArgumentList &list)
+{
+   return call(buffer, capacity, format, list.doubles[D]..., list.general[G]...);
+}
+
+// One input through the growing and the fixed-size mode of an engine. The fixed buffer is
+// exactly sized, so that a write past the capacity is caught; malloc(0) for capacity 0,
+// which must not be written at all.
+template <typename CharT>
+int CheckEngine(EngineCall<CharT> call, std::basic_string<CharT> format, const Header &header)
+{
+   static StringArgs strings;
+   bool hasStar = false;
+   if (!SanitizeFormat(format, header.mode, hasStar)) {
+      return -1;
+   }
+   const ArgumentList arguments = MakeArgumentList(header, strings, hasStar);
+   auto run = [&](CharT **buffer, size_t capacity) {
+      strings.Reset();  // %n of an earlier run must not change what this one reads
+      return FormatWithList(std::make_index_sequence<kDoubleArgs>(), std::make_index_sequence<kGeneralArgs>(), call,
+                            buffer, capacity, format.c_str(), arguments);
+   };
+   CharT *grown = nullptr;
+   const int grownLength = run(&grown, 12345);
+   CharT *fixed = static_cast<CharT *>(std::malloc(header.capacity * sizeof(CharT)));
+   CharT *fixedTarget = fixed;
+   const int fixedLength = run(&fixedTarget, header.capacity);
+   CheckFixedAgainstGrown(grown, grownLength, fixed, fixedTarget, fixedLength, header.capacity);
+   std::free(grown);
+   std::free(fixed);
+   return 0;
 }
 
 } // namespace fuzzsupport

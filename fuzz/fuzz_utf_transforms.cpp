@@ -29,28 +29,11 @@ struct Outcome {
    std::vector<To> text;
 };
 
-// One go, into a target sized so that it cannot fill up.
-template <typename From, typename To>
-Outcome<From, To> ConvertAll(Converter<From, To> convert, const std::vector<From> &source,
-                             size_t targetSize, bool lenient)
-{
-   std::vector<To> target(targetSize);
-   const From *s = source.data();
-   To *t = target.data();
-   int result = convert(&s, source.data() + source.size(), &t, target.data() + target.size(),
-                        lenient);
-   if (result == UTF_CONVERSION_TARGET_FULL) {
-      Fail();
-   }
-   target.resize(size_t(t - target.data()));
-   return {result, size_t(s - source.data()), target};
-}
-
 // In windows of `window` units, each an exactly sized heap block, resuming where the last
-// one stopped.
+// one stopped. A window that holds the whole output must never fill up.
 template <typename From, typename To>
-Outcome<From, To> ConvertInWindows(Converter<From, To> convert, const std::vector<From> &source,
-                                   size_t window, bool lenient)
+Outcome<From, To> Convert(Converter<From, To> convert, const std::vector<From> &source, size_t window, bool lenient,
+                          bool holdsAll = false)
 {
    Outcome<From, To> out{UTF_CONVERSION_TARGET_FULL, 0, {}};
    const From *s = source.data();
@@ -60,7 +43,7 @@ Outcome<From, To> ConvertInWindows(Converter<From, To> convert, const std::vecto
       To *t = target.data();
       const From *before = s;
       out.result = convert(&s, end, &t, target.data() + window, lenient);
-      if (out.result == UTF_CONVERSION_TARGET_FULL && s == before && t == target.data()) {
+      if (out.result == UTF_CONVERSION_TARGET_FULL && (holdsAll || (s == before && t == target.data()))) {
          Fail();  // a window this size holds any one character
       }
       out.text.insert(out.text.end(), target.data(), t);
@@ -69,90 +52,40 @@ Outcome<From, To> ConvertInWindows(Converter<From, To> convert, const std::vecto
    return out;
 }
 
-template <typename T>
-bool StartsWith(const std::vector<T> &text, const std::vector<T> &prefix)
+// `room` units of target per source unit cannot fill up. Lone surrogates pass on the UTF-16
+// side in lenient mode, so there it always gets to the end.
+template <typename From, typename To>
+void Check(Converter<From, To> forth, Converter<To, From> back, const std::vector<From> &source, size_t room,
+           size_t window, bool lenientReachesTheEnd)
 {
-   return text.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), text.begin());
-}
-
-void CheckUtf8Source(const std::vector<char> &source, size_t window)
-{
-   // Every byte yields at most one unit.
-   auto strict = ConvertAll<char, utf16_t>(ConvertUtf8ToUtf16, source, source.size(), false);
-   auto lenient = ConvertAll<char, utf16_t>(ConvertUtf8ToUtf16, source, source.size(), true);
-
+   const size_t whole = std::max<size_t>(1, source.size() * room);
+   const auto strict = Convert(forth, source, whole, false, true);
+   const auto lenient = Convert(forth, source, whole, true, true);
    if (strict.result == UTF_CONVERSION_DONE && strict.consumed != source.size()) {
       Fail();
    }
-   if (strict.result == UTF_CONVERSION_DONE || strict.result == UTF_CONVERSION_SOURCE_CUT) {
-      if (lenient.result != strict.result || lenient.text != strict.text ||
-          lenient.consumed != strict.consumed) {
-         Fail();
-      }
-   }
-   if (!StartsWith(lenient.text, strict.text) || lenient.consumed < strict.consumed) {
+   if (lenientReachesTheEnd && (lenient.result == UTF_CONVERSION_ILLEGAL ||
+                                (lenient.result == UTF_CONVERSION_DONE && lenient.consumed != source.size()))) {
       Fail();
    }
-
-   // What strict accepted is well-formed UTF-16 and encodes back to the same bytes.
-   std::vector<char> back(strict.text.size() * 3);
-   const utf16_t *s = strict.text.data();
-   char *t = back.data();
-   if (ConvertUtf16ToUtf8(&s, strict.text.data() + strict.text.size(), &t,
-                          back.data() + back.size(), false) != UTF_CONVERSION_DONE) {
+   if ((strict.result == UTF_CONVERSION_DONE || strict.result == UTF_CONVERSION_SOURCE_CUT) &&
+       (lenient.result != strict.result || lenient.text != strict.text || lenient.consumed != strict.consumed)) {
       Fail();
    }
-   back.resize(size_t(t - back.data()));
-   if (back != std::vector<char>(source.begin(), source.begin() + strict.consumed)) {
+   if (lenient.consumed < strict.consumed || lenient.text.size() < strict.text.size() ||
+       !std::equal(strict.text.begin(), strict.text.end(), lenient.text.begin())) {
       Fail();
    }
-
-   auto windowed = ConvertInWindows<char, utf16_t>(ConvertUtf8ToUtf16, source, window, false);
-   if (windowed.result != strict.result || windowed.consumed != strict.consumed ||
-       windowed.text != strict.text) {
+   // What strict accepted converts back to exactly what it came from.
+   const auto returned = Convert(back, strict.text, std::max<size_t>(1, strict.text.size() * 3), false, true);
+   if (returned.result != UTF_CONVERSION_DONE ||
+       returned.text != std::vector<From>(source.begin(), source.begin() + strict.consumed)) {
       Fail();
    }
-}
-
-void CheckUtf16Source(const std::vector<utf16_t> &source, size_t window)
-{
-   // Three bytes per unit at most; a pair gives four for two.
-   auto strict = ConvertAll<utf16_t, char>(ConvertUtf16ToUtf8, source, source.size() * 3, false);
-   auto lenient = ConvertAll<utf16_t, char>(ConvertUtf16ToUtf8, source, source.size() * 3, true);
-
-   if (lenient.result == UTF_CONVERSION_ILLEGAL) {
-      Fail();  // lone surrogates pass in lenient mode
-   }
-   if (lenient.result == UTF_CONVERSION_DONE && lenient.consumed != source.size()) {
-      Fail();
-   }
-   if (strict.result == UTF_CONVERSION_DONE || strict.result == UTF_CONVERSION_SOURCE_CUT) {
-      if (lenient.result != strict.result || lenient.text != strict.text ||
-          lenient.consumed != strict.consumed) {
-         Fail();
-      }
-   }
-   if (!StartsWith(lenient.text, strict.text) || lenient.consumed < strict.consumed) {
-      Fail();
-   }
-   // What strict accepted encodes back to the same units.
-   std::vector<utf16_t> back(strict.text.size());
-   const char *s = strict.text.data();
-   utf16_t *t = back.data();
-   if (ConvertUtf8ToUtf16(&s, strict.text.data() + strict.text.size(), &t,
-                          back.data() + back.size(), false) != UTF_CONVERSION_DONE) {
-      Fail();
-   }
-   back.resize(size_t(t - back.data()));
-   if (back != std::vector<utf16_t>(source.begin(), source.begin() + strict.consumed)) {
-      Fail();
-   }
-
    for (bool mode : {false, true}) {
-      const auto &whole = mode ? lenient : strict;
-      auto windowed = ConvertInWindows<utf16_t, char>(ConvertUtf16ToUtf8, source, window, mode);
-      if (windowed.result != whole.result || windowed.consumed != whole.consumed ||
-          windowed.text != whole.text) {
+      const auto &once = mode ? lenient : strict;
+      const auto windowed = Convert(forth, source, window, mode);
+      if (windowed.result != once.result || windowed.consumed != once.consumed || windowed.text != once.text) {
          Fail();
       }
    }
@@ -173,9 +106,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
       for (size_t i = 1; i + 1 < size; i += 2) {
          source.push_back(utf16_t(data[i] | data[i + 1] << 8));
       }
-      CheckUtf16Source(source, window);
+      // Three bytes per unit at most; a pair gives four for two.
+      Check<utf16_t, char>(ConvertUtf16ToUtf8, ConvertUtf8ToUtf16, source, 3, window, true);
    } else {
-      CheckUtf8Source(std::vector<char>(data + 1, data + size), window);
+      // Every byte yields at most one unit.
+      Check<char, utf16_t>(ConvertUtf8ToUtf16, ConvertUtf16ToUtf8, std::vector<char>(data + 1, data + size), 1, window,
+                           false);
    }
    return 0;
 }

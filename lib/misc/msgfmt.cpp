@@ -8,12 +8,13 @@
 #include <cstring>
 
 #include "misc/dynbuf.h"
+#include "misc/errText.h"
 #include "misc/panic.h"
 #include "string/str.h"
 
 namespace {
 
-std::atomic<MsgFmtErrorStringTest> errorStringTest{nullptr};
+std::atomic<MsgFmtErrorStringTest> errorStringTest{ErrText_IsKnown};
 
 constexpr int MSGFMT_TYPE_FLOAT_SIZE = -1;  // a floating conversion with a size it can't have
 constexpr int MSGFMT_TYPE_COUNT = -2;       // %n

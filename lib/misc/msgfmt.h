@@ -86,6 +86,6 @@ void MsgFmt_FreeArgs(MsgFmtArg *args, int count);
 char *MsgFmt_Format(const char *format, const MsgFmtArg *args, int count, size_t *outLength);
 
 // Whether `text` is a string that the error layer handed out for a system error, and its
-// code. The error layer installs the test; until it does, no string is one.
+// code. The error layer's own test by default; tests put another in its place.
 typedef bool (*MsgFmtErrorStringTest)(const char *text, int32_t *code);
 void MsgFmt_SetErrorStringTest(MsgFmtErrorStringTest test);

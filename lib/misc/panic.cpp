@@ -19,6 +19,7 @@ PanicPlatform panicPlatform = {
    Platform_DebugOutput,
    Platform_TerminateProcess,
    Platform_Sleep,
+   Platform_GuiResources,
 };
 
 namespace {
@@ -99,7 +100,7 @@ void LogGuiResources()
 {
    uint32_t gdi = 0;
    uint32_t user = 0;
-   if (Platform_GuiResources(&gdi, &user)) {
+   if (panicPlatform.guiResources(&gdi, &user)) {
       Warning("Win32 object usage: GDI %d, USER %d\n", gdi, user);
    }
 }

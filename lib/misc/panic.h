@@ -23,12 +23,14 @@ void *SafeCalloc(size_t count, size_t size);
 char *SafeStrdup(const char *text);
 char *SafeStrndup(const char *text, size_t limit);
 
-// The platform calls Panic makes. Tests replace entries to watch the channels or to make a
-// panic happen while the process is ending; nothing else changes them.
+// The platform calls Panic makes. Tests replace entries to watch the channels, to make a
+// panic happen while the process is ending, or to take GetGuiResources away; nothing else
+// changes them.
 struct PanicPlatform {
    void (*writeStderr)(const char *text);
    void (*debugOutput)(const char *text);
    void (*terminate)(int exitCode);  // must not return for the real process
    void (*sleep)(uint32_t milliseconds);
+   bool (*guiResources)(uint32_t *gdiObjects, uint32_t *userObjects);  // false without them
 };
 extern PanicPlatform panicPlatform;

@@ -33,41 +33,25 @@ void Win32U_OutputDebugString(const char *text)
 
 #include <shlobj.h>
 
-namespace {
-
-// A wide copy of a valid UTF-8 argument; the conversion of valid text does not fail.
-struct WideArg {
-   wchar_t *text = nullptr;
-   explicit WideArg(const char *utf8)
-   {
-      if (utf8 != nullptr) {
-         char *wide = nullptr;
-         if (!CodeSet_Utf8ToUtf16le(utf8, strlen(utf8), &wide, nullptr)) {
-            Panic("%s: invalid UTF8 string @ %p\n", "Win32U", static_cast<const void *>(utf8));
-         }
-         text = reinterpret_cast<wchar_t *>(wide);
+Win32UWideArg::Win32UWideArg(const char *utf8)
+{
+   if (utf8 != nullptr) {
+      char *wide = nullptr;
+      if (!CodeSet_Utf8ToUtf16le(utf8, strlen(utf8), &wide, nullptr)) {
+         Panic("%s: invalid UTF8 string @ %p\n", "Win32U", static_cast<const void *>(utf8));
       }
+      text = reinterpret_cast<wchar_t *>(wide);
    }
-   ~WideArg() { free(text); }
-   WideArg(const WideArg &) = delete;
-   WideArg &operator=(const WideArg &) = delete;
-};
+}
 
-// Keeps the last error and errno of the platform call across the frees that follow it.
-struct ErrorKeeper {
-   DWORD error = GetLastError();
-   int savedErrno = errno;
-   void Restore() const
-   {
-      errno = savedErrno;
-      SetLastError(error);
-   }
-};
+Win32UWideArg::~Win32UWideArg() { free(text); }
 
-char *Utf8Of(const wchar_t *wide)
+char *Win32U_Utf8Of(const wchar_t *wide)
 {
    return Unicode_AllocWithLength(wide, -1, STRING_ENCODING_UTF16_LE);
 }
+
+namespace {
 
 // The bounded copy of a UTF-8 result into a caller's buffer: a result that doesn't fit is
 // a programming error.
@@ -84,11 +68,11 @@ void CopyOut(char *buffer, size_t size, const char *text, int line)
 BOOL Win32U_CreateDirectory(const char *path, LPSECURITY_ATTRIBUTES security)
 {
    BOOL result;
-   ErrorKeeper kept;
+   Win32UErrorKeeper kept;
    {
-      WideArg widePath(path);
+      Win32UWideArg widePath(path);
       result = CreateDirectoryW(widePath.text, security);
-      kept = ErrorKeeper();
+      kept = Win32UErrorKeeper();
    }
    kept.Restore();
    return result;
@@ -98,11 +82,11 @@ DWORD Win32U_GetFileAttributes(const char *path)
 {
    WIN32_FILE_ATTRIBUTE_DATA data;
    BOOL ok;
-   ErrorKeeper kept;
+   Win32UErrorKeeper kept;
    {
-      WideArg widePath(path);
+      Win32UWideArg widePath(path);
       ok = GetFileAttributesExW(widePath.text, GetFileExInfoStandard, &data);
-      kept = ErrorKeeper();
+      kept = Win32UErrorKeeper();
    }
    if (!ok) {
       Log("%s: GetFileAttributesExW(\"%s\", ...) failed, error: %u\n",
@@ -119,16 +103,16 @@ char *Win32U_GetModuleFileName(HMODULE module)
    DWORD size = 260;
    wchar_t *name = nullptr;
    char *result = nullptr;
-   ErrorKeeper kept;
+   Win32UErrorKeeper kept;
    for (;;) {
       name = static_cast<wchar_t *>(SafeRealloc(name, size * sizeof(wchar_t)));
       DWORD got = GetModuleFileNameW(module, name, size);
-      kept = ErrorKeeper();
+      kept = Win32UErrorKeeper();
       if (got == 0) {
          break;
       }
       if (got < size) {
-         result = Utf8Of(name);
+         result = Win32U_Utf8Of(name);
          break;
       }
       size *= 2;  // exactly full: the name may have been cut
@@ -141,11 +125,11 @@ char *Win32U_GetModuleFileName(HMODULE module)
 HMODULE Win32U_GetModuleHandle(const char *moduleName)
 {
    HMODULE module;
-   ErrorKeeper kept;
+   Win32UErrorKeeper kept;
    {
-      WideArg wideName(moduleName);
+      Win32UWideArg wideName(moduleName);
       module = GetModuleHandleW(wideName.text);
-      kept = ErrorKeeper();
+      kept = Win32UErrorKeeper();
    }
    kept.Restore();
    return module;
@@ -154,12 +138,12 @@ HMODULE Win32U_GetModuleHandle(const char *moduleName)
 HANDLE Win32U_FindFirstFileEx(const char *path, WIN32_FIND_DATAW *findData)
 {
    HANDLE search;
-   ErrorKeeper kept;
+   Win32UErrorKeeper kept;
    {
-      WideArg widePath(path);
+      Win32UWideArg widePath(path);
       search = FindFirstFileExW(widePath.text, FindExInfoStandard, findData,
                                 FindExSearchNameMatch, nullptr, 0);
-      kept = ErrorKeeper();
+      kept = Win32UErrorKeeper();
    }
    kept.Restore();
    return search;
@@ -182,7 +166,7 @@ DWORD Win32U_GetTempPath(DWORD size, char *buffer)
       free(path);
       return 0;
    }
-   char *text = Utf8Of(path);
+   char *text = Win32U_Utf8Of(path);
    free(path);
    DWORD length = static_cast<DWORD>(strlen(text));
    if (buffer != nullptr && size != 0) {
@@ -210,7 +194,7 @@ BOOL Win32U_GetUserName(char *buffer, DWORD *size)
       }
       room = asked;
    }
-   char *text = Utf8Of(name);
+   char *text = Win32U_Utf8Of(name);
    free(name);
    DWORD length = static_cast<DWORD>(strlen(text));
    BOOL result = FALSE;
@@ -229,12 +213,12 @@ BOOL Win32U_GetUserName(char *buffer, DWORD *size)
 int Win32U_MessageBox(HWND owner, const char *text, const char *caption, UINT style)
 {
    int result;
-   ErrorKeeper kept;
+   Win32UErrorKeeper kept;
    {
-      WideArg wideText(text);
-      WideArg wideCaption(caption);
+      Win32UWideArg wideText(text);
+      Win32UWideArg wideCaption(caption);
       result = MessageBoxW(owner, wideText.text, wideCaption.text, style);
-      kept = ErrorKeeper();
+      kept = Win32UErrorKeeper();
    }
    kept.Restore();
    return result;
@@ -245,9 +229,9 @@ HRESULT Win32U_SHGetFolderPath(HWND owner, int folder, HANDLE token, DWORD flags
    *path = nullptr;
    wchar_t buffer[MAX_PATH];
    HRESULT result = SHGetFolderPathW(owner, folder, token, flags, buffer);
-   ErrorKeeper kept;
+   Win32UErrorKeeper kept;
    if (result >= 0) {
-      *path = Utf8Of(buffer);
+      *path = Win32U_Utf8Of(buffer);
    }
    kept.Restore();
    return result;

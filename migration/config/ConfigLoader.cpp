@@ -7,15 +7,8 @@ namespace {
 
 constexpr wchar_t RootElementName[] = L"VantoraMigration";
 
-// The warnings of one list reader, oddities kept: the sub-key list shares the first two with
-// the value list word for word, and only the macro list says "number". Log filters in the
-// field match these texts.
-struct ListMessages {
-   const char *noElements;
-   const char *unknownCount;
-   const char *itemFailed; // takes the zero-based index
-};
-
+// The warnings of each list, oddities kept: the sub-key list shares the first two with the
+// value list word for word, and only the macro list says "number".
 constexpr ListMessages MacroMessages = {
    "There has no Macro elements in section.",
    "Don't know how many Macro elements in section.",
@@ -90,22 +83,6 @@ void ReadKeyRule(IXMLDOMNode *element, RegistrySubKeyRule &rule)
    LoadRegistrySubKeyList(element, rule.SubKeys);
 }
 
-bool IsRootElementName(const std::wstring &name)
-{
-   // Only A to Z fold: a letter that merely upper-cases to one of ours is another name.
-   const auto fold = [](wchar_t c) { return (c >= L'a' && c <= L'z') ? static_cast<wchar_t>(c - L'a' + L'A') : c; };
-   const std::wstring expected = RootElementName;
-   if (name.size() != expected.size()) {
-      return false;
-   }
-   for (size_t i = 0; i < name.size(); ++i) {
-      if (fold(name[i]) != fold(expected[i])) {
-         return false;
-      }
-   }
-   return true;
-}
-
 // The first element `name` directly below `root`, or null when there is none.
 ComRef<IXMLDOMNode> SelectSection(IXMLDOMElement *root, const wchar_t *name)
 {
@@ -175,7 +152,7 @@ ComRef<IXMLDOMElement> GetMigrationRoot(IXMLDOMDocument *document)
    // path even names the root exactly.
    BSTR tagName = nullptr;
    root->get_tagName(&tagName);
-   if (!IsRootElementName(TakeBstr(tagName))) {
+   if (!IsRootElementName(TakeBstr(tagName), RootElementName)) {
       LogMessage(LogLevelErrorWithCode, "Invalid XML: Missing root 'VantoraMigration'");
       return ComRef<IXMLDOMElement>();
    }

@@ -59,9 +59,9 @@ const wchar_t *ComErrorText(const _com_error &error)
    return fallback;
 }
 
-UniqueBstr AllocateBstr(const std::wstring &text)
+UniqueBstr AllocateBstr(const std::wstring &text, decltype(&::SysAllocString) allocate)
 {
-   UniqueBstr copy(SysAllocString(text.c_str()));
+   UniqueBstr copy(allocate(text.c_str()));
    if (!copy) {
       RaiseComError(E_OUTOFMEMORY);
    }
@@ -94,6 +94,20 @@ VARIANT BorrowBstrVariant(const UniqueBstr &text)
    variant.vt = VT_BSTR;
    variant.bstrVal = text.get();
    return variant;
+}
+
+bool IsRootElementName(const std::wstring &name, const std::wstring &expected)
+{
+   const auto fold = [](wchar_t c) { return (c >= L'a' && c <= L'z') ? static_cast<wchar_t>(c - L'a' + L'A') : c; };
+   if (name.size() != expected.size()) {
+      return false;
+   }
+   for (size_t i = 0; i < name.size(); ++i) {
+      if (fold(name[i]) != fold(expected[i])) {
+         return false;
+      }
+   }
+   return true;
 }
 
 ComRef<IXMLDOMDocument> LoadXmlDocument(const std::wstring &path)

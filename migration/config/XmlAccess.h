@@ -56,20 +56,25 @@ private:
 // The text lives as long as the error object.
 const wchar_t *ComErrorText(const _com_error &error);
 
-// A BSTR copy of `text` for one DOM call.
-UniqueBstr AllocateBstr(const std::wstring &text);
+// A BSTR copy of `text` for one DOM call. `allocate` is SysAllocString, or a test's stand-in.
+UniqueBstr AllocateBstr(const std::wstring &text, decltype(&::SysAllocString) allocate = &::SysAllocString);
 // Takes over a BSTR the DOM handed out and frees it; null gives the empty string.
 std::wstring TakeBstr(BSTR text);
 
 // CoInitialize(NULL) for one document's work, matched by CoUninitialize only if it took.
+// The two calls are the system's unless a module's test seam hands in its own.
 class ComApartment
 {
 public:
-   ComApartment() : result_(CoInitialize(nullptr)) {}
+   explicit ComApartment(decltype(&::CoInitialize) initialize = &::CoInitialize,
+                         decltype(&::CoUninitialize) uninitialize = &::CoUninitialize)
+      : uninitialize_(uninitialize), result_(initialize(nullptr))
+   {
+   }
    ~ComApartment()
    {
       if (SUCCEEDED(result_)) {
-         CoUninitialize();
+         uninitialize_();
       }
    }
    ComApartment(const ComApartment &) = delete;
@@ -79,6 +84,7 @@ public:
    HRESULT Result() const { return result_; }
 
 private:
+   decltype(&::CoUninitialize) uninitialize_;
    HRESULT result_;
 };
 
@@ -87,6 +93,18 @@ bool ApartmentReady(const ComApartment &apartment);
 
 // A VT_BSTR variant that borrows `text`: it must not be cleared, and lives no longer than `text`.
 VARIANT BorrowBstrVariant(const UniqueBstr &text);
+
+// What a document reader logs when a list of elements, or one item of it, can't be read. Log
+// filters in the field match these texts.
+struct ListMessages {
+   const char *noElements;
+   const char *unknownCount;
+   const char *itemFailed; // takes the zero-based index
+};
+
+// Root element names compare with only the ASCII letters folded: "ROOT" is "Root", while a
+// letter that merely upper-cases to one of ours is another name.
+bool IsRootElementName(const std::wstring &name, const std::wstring &expected);
 
 // Loads the file without validation and without fetching anything external. Null means the
 // failure has already been logged.

@@ -5,7 +5,7 @@
 #include "HandleGuards.h"
 #include "log/MigrationLog.h"
 
-FilePlatformCalls filePlatform = {&::SetNamedSecurityInfoW};
+FileCopyPlatformCalls fileCopyPlatform = {&::SetNamedSecurityInfoW};
 
 namespace {
 
@@ -86,7 +86,7 @@ bool CopyFileWithOwner(const std::wstring &sourcePath, const std::wstring &destP
       LogMessage(LogLevelErrorWithCode, "Failed to migrate file %S to %S.", sourcePath.c_str(), destPath.c_str());
       return false;
    }
-   const DWORD ownerStatus = filePlatform.SetNamedSecurityInfoW(const_cast<wchar_t *>(destPath.c_str()),
+   const DWORD ownerStatus = fileCopyPlatform.SetNamedSecurityInfoW(const_cast<wchar_t *>(destPath.c_str()),
                                                                 SE_FILE_OBJECT, OwnerAndGroup, owner, group,
                                                                 nullptr, nullptr);
    if (ownerStatus != ERROR_SUCCESS) {

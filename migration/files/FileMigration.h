@@ -8,10 +8,10 @@
 // Wine accepts any new owner of a file and keeps the old one, so a refused owner change,
 // after which the copy must go, can't happen there. Tests replace the call to get one;
 // the product never changes the table.
-struct FilePlatformCalls {
+struct FileCopyPlatformCalls {
    decltype(&::SetNamedSecurityInfoW) SetNamedSecurityInfoW;
 };
-extern FilePlatformCalls filePlatform;
+extern FileCopyPlatformCalls fileCopyPlatform;
 
 // Copies one file with its owner and group, never over an existing file; true when the
 // file was migrated. A copy whose owner can't be set is deleted again.

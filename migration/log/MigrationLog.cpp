@@ -2,10 +2,13 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <share.h>
+
+#include "HandleGuards.h"
 
 namespace {
 
@@ -42,6 +45,60 @@ std::string GetSystemErrorText(uint32_t code)
    return std::string(text, length);
 }
 
+namespace {
+
+// The log file of the traced call in progress. Opening the file costs the system more than
+// the line itself (an open, a handle lookup and a close per line, against one write), so
+// the outermost traced function, an action, keeps it open until it leaves. It belongs to
+// the thread that entered that function; any other thread logging meanwhile opens and
+// closes the file per line as before, so no lock is needed. Only the owner touches the
+// handle, the path and the depth.
+struct TracedLog {
+   std::atomic<DWORD> ownerThread{0};
+   unsigned depth = 0;
+   UniqueHandle file;
+   char path[TempPathSize] = {};
+};
+TracedLog tracedLog;
+
+bool OwnsTracedLog()
+{
+   return tracedLog.ownerThread.load(std::memory_order_relaxed) == GetCurrentThreadId();
+}
+
+// Shared for reading, writing and deleting: an admin may read, rename or delete the log
+// while an action runs. Append-only access puts every write at the end of the file, after
+// whatever another writer added in between.
+HANDLE OpenLogFile(const char *path)
+{
+   HANDLE file = CreateFileA(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                             OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+   return file == INVALID_HANDLE_VALUE ? nullptr : file;
+}
+
+// The file has always been written in text mode: every LF goes out as CR LF, also the one
+// that ends a system message's own CR LF.
+std::string TextModeBytes(const std::string &line)
+{
+   std::string bytes;
+   bytes.reserve(line.size() + 2);
+   for (char c : line) {
+      if (c == '\n') {
+         bytes += '\r';
+      }
+      bytes += c;
+   }
+   return bytes;
+}
+
+void WriteLogBytes(HANDLE file, const std::string &bytes)
+{
+   DWORD written = 0;
+   WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+}
+
+} // namespace
+
 void AppendLogLine(const std::string &line)
 {
    // Looked up for every line, so the file follows the temporary directory of whichever
@@ -49,13 +106,28 @@ void AppendLogLine(const std::string &line)
    char path[TempPathSize] = {};
    GetTempPathA(TempPathSize, path);
    strncat_s(path, sizeof(path), LogFileName, _TRUNCATE);
+   const std::string bytes = TextModeBytes(line);
 
-   FILE *file = _fsopen(path, "at", _SH_DENYNO);
-   if (file == nullptr) {
+   if (!OwnsTracedLog()) {
+      UniqueHandle file(OpenLogFile(path));
+      if (file) {
+         WriteLogBytes(file.get(), bytes);
+      }
       return;
    }
-   fputs(line.c_str(), file);
-   fclose(file);
+   if (tracedLog.file && strcmp(tracedLog.path, path) != 0) {
+      tracedLog.file.reset();
+   }
+   if (!tracedLog.file) {
+      // A file that can't be opened loses this line only; the next line tries again.
+      tracedLog.file.reset(OpenLogFile(path));
+      if (!tracedLog.file) {
+         return;
+      }
+      strcpy_s(tracedLog.path, sizeof(tracedLog.path), path);
+   }
+   // Handed to the system before the call returns: a crash after it loses nothing.
+   WriteLogBytes(tracedLog.file.get(), bytes);
 }
 
 namespace {
@@ -127,8 +199,9 @@ bool Is64BitInteger(const Conversion &c)
 
 std::string WideToUtf8Text(const wchar_t *text, int length)
 {
-   if (length == 0) {
-      return std::string();
+   // ASCII, the usual key and value name, is its own UTF-8.
+   if (std::all_of(text, text + length, [](wchar_t ch) { return ch < 0x80; })) {
+      return std::string(text, text + length);
    }
    const int bytes = WideCharToMultiByte(CP_UTF8, 0, text, length, nullptr, 0, nullptr, nullptr);
    std::string result(bytes > 0 ? bytes : 0, '\0');
@@ -205,6 +278,12 @@ std::string FormatLogText(const char *format, va_list args)
       if (c.hasPrecision) {
          directive += c.precisionFromArgument ? ".*" : "." + c.precision;
       }
+      // With no flag, width or precision the runtime copies a string and prints a decimal as
+      // it is. Most lines hold only such conversions, a name or two per line of a walk that
+      // writes tens of thousands, and doing them here spares two runtime calls each.
+      const bool plain = c.flags.empty() && c.width.empty() && !c.widthFromArgument && !c.hasPrecision;
+      const bool plainDecimal = plain && (c.type == 'd' || c.type == 'i' || c.type == 'u') && !Is64BitInteger(c) &&
+                                c.size != "h" && c.size != "hh";
 
       switch (c.type) {
       case 'd':
@@ -213,7 +292,10 @@ std::string FormatLogText(const char *format, va_list args)
       case 'o':
       case 'x':
       case 'X':
-         if (Is64BitInteger(c)) {
+         if (plainDecimal) {
+            const int number = va_arg(args, int);
+            out += c.type == 'u' ? std::to_string(static_cast<unsigned>(number)) : std::to_string(number);
+         } else if (Is64BitInteger(c)) {
             AppendOne(out, directive + "I64" + c.type, width, precision, stars, va_arg(args, long long));
          } else {
             std::string sized = c.size == "h" || c.size == "hh" ? c.size : "";
@@ -241,11 +323,20 @@ std::string FormatLogText(const char *format, va_list args)
                }
                narrow = WideToUtf8Text(text, length);
             }
+            if (plain) {
+               out += narrow;
+               break;
+            }
             // The precision has been applied in characters already; width stays the runtime's.
             std::string narrowDirective = "%" + c.flags + (c.widthFromArgument ? "*" : c.width) + "s";
             AppendOne(out, narrowDirective, width, -1, stars & 1, narrow.c_str());
          } else {
-            AppendOne(out, directive + "s", width, precision, stars, va_arg(args, const char *));
+            const char *text = va_arg(args, const char *);
+            if (plain && text != nullptr) {
+               out += text;
+               break;
+            }
+            AppendOne(out, directive + "s", width, precision, stars, text);
          }
          break;
       case 'p':
@@ -318,9 +409,20 @@ void LogMessage(uint32_t level, const char *format, ...)
 FunctionTrace::FunctionTrace(const char *name) : name_(name)
 {
    LogMessage(LogLevelInfo, "Enter function: %s.", name_.c_str());
+   // Counted only once the line is out: a constructor that throws has no destructor to
+   // undo the count.
+   DWORD none = 0;
+   if (OwnsTracedLog() || tracedLog.ownerThread.compare_exchange_strong(none, GetCurrentThreadId())) {
+      ++tracedLog.depth;
+   }
 }
 
 FunctionTrace::~FunctionTrace()
 {
    LogMessage(LogLevelInfo, "Leave function: %s.", name_.c_str());
+   if (OwnsTracedLog() && --tracedLog.depth == 0) {
+      // The action is over; the file is nobody's once it returns.
+      tracedLog.file.reset();
+      tracedLog.ownerThread.store(0);
+   }
 }

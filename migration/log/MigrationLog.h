@@ -22,7 +22,8 @@ const char *GetLevelName(uint32_t level);
 std::string GetSystemErrorText(uint32_t code);
 void AppendLogLine(const std::string &line);
 
-// Logs entering the scope and, on every way out of it (exceptions too), leaving it.
+// Logs entering the scope and, on every way out of it (exceptions too), leaving it. The
+// outermost one on a thread keeps the log file open until it leaves.
 class FunctionTrace
 {
 public:

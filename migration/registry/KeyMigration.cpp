@@ -9,6 +9,7 @@ PSECURITY_DESCRIPTOR defaultKeySecurityDescriptor = nullptr;
 namespace {
 
 constexpr DWORD KeyNameBufferChars = 256;
+constexpr DWORD DescriptorBufferBytes = 1024;
 constexpr SECURITY_INFORMATION AllSecurityInformation = OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION |
                                                         DACL_SECURITY_INFORMATION | SACL_SECURITY_INFORMATION;
 // Access for a key created as a path segment: enough to work below it, no more.
@@ -68,43 +69,140 @@ std::vector<std::wstring> SplitPathSegments(std::wstring path)
    return segments;
 }
 
-} // namespace
+// Why a descriptor couldn't be had. A leaf's descriptor is read before its creation shows
+// whether the key is new, and the reason is logged only if it is.
+enum class DescriptorFailure { None, NotOpened, Size, Read, Memory };
 
-PSECURITY_DESCRIPTOR GetKeySecurityDescriptor(HKEY rootKey, const std::wstring &path)
+// A key's descriptor as RegGetKeySecurity gives it. Owner, group and a handful of ACEs take
+// a few hundred bytes, so one read into `bytes` usually does; a bigger one is read again
+// into a block of the size the first read reported.
+struct KeyDescriptor {
+   alignas(8) BYTE bytes[DescriptorBufferBytes];
+   UniqueLocalMemory block;
+   PSECURITY_DESCRIPTOR data = nullptr;
+   DescriptorFailure failure = DescriptorFailure::None;
+   LONG status = ERROR_SUCCESS;
+};
+
+// `key` null: the key couldn't be opened for its security.
+void ReadKeyDescriptor(HKEY key, KeyDescriptor &descriptor)
 {
-   UniqueHkey key;
-   if (RegOpenKeyExW(rootKey, path.c_str(), 0, KEY_READ | ACCESS_SYSTEM_SECURITY, key.put()) != ERROR_SUCCESS ||
-       !key) {
+   if (key == nullptr) {
+      descriptor.failure = DescriptorFailure::NotOpened;
+      return;
+   }
+   DWORD size = sizeof(descriptor.bytes);
+   descriptor.status = RegGetKeySecurity(key, AllSecurityInformation, descriptor.bytes, &size);
+   if (descriptor.status == ERROR_SUCCESS) {
+      descriptor.data = descriptor.bytes;
+      return;
+   }
+   // Only a buffer that is too small makes it worth a second read: anything else would
+   // fail the same way.
+   if (descriptor.status != ERROR_INSUFFICIENT_BUFFER) {
+      descriptor.failure = DescriptorFailure::Size;
+      return;
+   }
+   descriptor.block.reset(LocalAlloc(LPTR, size));
+   if (!descriptor.block) {
+      descriptor.failure = DescriptorFailure::Memory;
+      return;
+   }
+   if (RegGetKeySecurity(key, AllSecurityInformation, descriptor.block.get(), &size) != ERROR_SUCCESS) {
+      descriptor.failure = DescriptorFailure::Read;
+      return;
+   }
+   descriptor.data = descriptor.block.get();
+}
+
+void LogDescriptorFailure(const KeyDescriptor &descriptor, const std::wstring &path)
+{
+   switch (descriptor.failure) {
+   case DescriptorFailure::NotOpened:
       LogMessage(LogLevelWarning, "Source path %S doesn't exist.", path.c_str());
-      return nullptr;
-   }
-
-   DWORD size = 0;
-   const LONG sizing = RegGetKeySecurity(key.get(), AllSecurityInformation, nullptr, &size);
-   if (sizing != ERROR_INSUFFICIENT_BUFFER) {
-      LogMessage(LogLevelError, "Can't get key security size %S, error=%d.", path.c_str(), static_cast<int>(sizing));
-      return nullptr;
-   }
-
-   UniqueLocalMemory block(LocalAlloc(LPTR, size));
-   if (!block) {
-      return nullptr;
-   }
-   if (RegGetKeySecurity(key.get(), AllSecurityInformation, block.get(), &size) != ERROR_SUCCESS) {
+      break;
+   case DescriptorFailure::Size:
+      LogMessage(LogLevelError, "Can't get key security size %S, error=%d.", path.c_str(),
+                 static_cast<int>(descriptor.status));
+      break;
+   case DescriptorFailure::Read:
       // The number in this line has always been the sizing call's expected result, not
       // this call's; log readers and their tools match on it.
       LogMessage(LogLevelError, "Can't get key security %S, error=%d.", path.c_str(),
                  static_cast<int>(ERROR_INSUFFICIENT_BUFFER));
-      return nullptr;
+      break;
+   case DescriptorFailure::Memory:
+   case DescriptorFailure::None:
+      break;
    }
-   return block.release();
 }
 
-bool EnsureDestinationKey(HKEY sourceRoot, const std::wstring &sourcePath, HKEY destRoot, const std::wstring &destPath)
+void LogExistingDestination(const std::wstring &destPath)
 {
+   // An existing key keeps its own descriptor.
+   LogMessage(LogLevelInfo, "The destination key %S exists, ignore and continue.", destPath.c_str());
+}
+
+LONG CreateKeyWithDescriptor(HKEY root, const std::wstring &path, PSECURITY_DESCRIPTOR descriptor, HKEY *key,
+                             DWORD *disposition)
+{
+   SECURITY_ATTRIBUTES attributes{};
+   attributes.nLength = sizeof(attributes);
+   attributes.lpSecurityDescriptor = descriptor;
+   attributes.bInheritHandle = FALSE;
+   return registryPlatform.RegCreateKeyExW(root, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                           SegmentCreateAccess, &attributes, key, disposition);
+}
+
+// A destination of one segment, the walk's every child: created straight away, with the
+// source's descriptor, and the disposition tells whether it was there already, where a
+// look first would cost a request for every new key.
+//
+// The creation asks for more than reading (SegmentCreateAccess), so an existing key that it
+// opens would have opened for reading too: that is the existing key of the look-first
+// order, and the handle has every right the walk writes with. A creation that fails says
+// nothing about existence, and the look is made after all. A key that it creates is not
+// handed on: Windows gives the creator the access it asked for whatever the new descriptor
+// says, and a copied descriptor that denies the installing account must still make the
+// walk's own open of the key fail.
+bool EnsureSingleSegmentKey(HKEY securitySource, const std::wstring &sourcePath, HKEY destRoot,
+                            const std::wstring &destPath, UniqueHkey &existing)
+{
+   KeyDescriptor leaf;
+   ReadKeyDescriptor(securitySource, leaf);
+   UniqueHkey key;
+   DWORD disposition = 0;
+   const LONG result = CreateKeyWithDescriptor(destRoot, destPath, leaf.data, key.put(), &disposition);
+   if (result == ERROR_SUCCESS && disposition == REG_OPENED_EXISTING_KEY) {
+      LogExistingDestination(destPath);
+      existing = std::move(key);
+      return true;
+   }
+   if (result != ERROR_SUCCESS && KeyExists(destRoot, destPath)) {
+      LogExistingDestination(destPath);
+      return true;
+   }
+   // A source whose descriptor can't be read still gets its leaf, with the platform's
+   // default security.
+   LogDescriptorFailure(leaf, sourcePath);
+   if (result != ERROR_SUCCESS) {
+      LogMessage(LogLevelError, "Failed to create key: %S, error=%d.", destPath.c_str(), static_cast<int>(result));
+      return false;
+   }
+   return true;
+}
+
+// `securitySource` is the source key opened for its security, null when it couldn't be.
+// `existing` receives a writable handle when the destination turned out to exist already.
+bool EnsureDestination(HKEY securitySource, const std::wstring &sourcePath, HKEY destRoot,
+                       const std::wstring &destPath, UniqueHkey &existing)
+{
+   if (defaultKeySecurityDescriptor != nullptr && !destPath.empty() &&
+       destPath.find(L'\\') == std::wstring::npos) {
+      return EnsureSingleSegmentKey(securitySource, sourcePath, destRoot, destPath, existing);
+   }
    if (KeyExists(destRoot, destPath)) {
-      // An existing key keeps its own descriptor.
-      LogMessage(LogLevelInfo, "The destination key %S exists, ignore and continue.", destPath.c_str());
+      LogExistingDestination(destPath);
       return true;
    }
    if (defaultKeySecurityDescriptor == nullptr) {
@@ -120,7 +218,8 @@ bool EnsureDestinationKey(HKEY sourceRoot, const std::wstring &sourcePath, HKEY 
          builtPath += L'\\';
       }
       builtPath += segments[i];
-      if (KeyExists(destRoot, builtPath)) {
+      // The whole path was found missing a moment ago; asking again tells nothing new.
+      if (builtPath != destPath && KeyExists(destRoot, builtPath)) {
          continue;
       }
 
@@ -128,18 +227,14 @@ bool EnsureDestinationKey(HKEY sourceRoot, const std::wstring &sourcePath, HKEY 
       // and get the old vendor's. A source whose descriptor can't be read still gets its
       // leaf created, with the platform's default security.
       const bool leaf = i + 1 == segments.size();
-      UniqueLocalMemory sourceDescriptor;
+      KeyDescriptor sourceDescriptor;
       if (leaf) {
-         sourceDescriptor.reset(GetKeySecurityDescriptor(sourceRoot, sourcePath));
+         ReadKeyDescriptor(securitySource, sourceDescriptor);
+         LogDescriptorFailure(sourceDescriptor, sourcePath);
       }
-      SECURITY_ATTRIBUTES attributes{};
-      attributes.nLength = sizeof(attributes);
-      attributes.lpSecurityDescriptor = leaf ? sourceDescriptor.get() : defaultKeySecurityDescriptor;
-      attributes.bInheritHandle = FALSE;
-
       UniqueHkey created;
-      const LONG result = RegCreateKeyExW(destRoot, builtPath.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
-                                          SegmentCreateAccess, &attributes, created.put(), nullptr);
+      const LONG result = CreateKeyWithDescriptor(
+         destRoot, builtPath, leaf ? sourceDescriptor.data : defaultKeySecurityDescriptor, created.put(), nullptr);
       if (result != ERROR_SUCCESS) {
          LogMessage(LogLevelError, "Failed to create key: %S, error=%d.", builtPath.c_str(), static_cast<int>(result));
          return false;
@@ -148,25 +243,71 @@ bool EnsureDestinationKey(HKEY sourceRoot, const std::wstring &sourcePath, HKEY 
    return true;
 }
 
+} // namespace
+
+RegistryPlatformCalls registryPlatform = {&::RegCreateKeyExW};
+
+PSECURITY_DESCRIPTOR GetKeySecurityDescriptor(HKEY rootKey, const std::wstring &path)
+{
+   UniqueHkey key;
+   if (RegOpenKeyExW(rootKey, path.c_str(), 0, KEY_READ | ACCESS_SYSTEM_SECURITY, key.put()) != ERROR_SUCCESS ||
+       !key) {
+      LogMessage(LogLevelWarning, "Source path %S doesn't exist.", path.c_str());
+      return nullptr;
+   }
+   KeyDescriptor descriptor;
+   ReadKeyDescriptor(key.get(), descriptor);
+   if (descriptor.data == nullptr) {
+      LogDescriptorFailure(descriptor, path);
+      return nullptr;
+   }
+   if (descriptor.block) {
+      return descriptor.block.release();
+   }
+   const DWORD length = GetSecurityDescriptorLength(descriptor.data);
+   UniqueLocalMemory block(LocalAlloc(LPTR, length));
+   if (!block) {
+      return nullptr;
+   }
+   memcpy(block.get(), descriptor.data, length);
+   return block.release();
+}
+
+bool EnsureDestinationKey(HKEY sourceRoot, const std::wstring &sourcePath, HKEY destRoot, const std::wstring &destPath)
+{
+   UniqueHkey source;
+   RegOpenKeyExW(sourceRoot, sourcePath.c_str(), 0, KEY_READ | ACCESS_SYSTEM_SECURITY, source.put());
+   UniqueHkey existing;
+   return EnsureDestination(source.get(), sourcePath, destRoot, destPath, existing);
+}
+
 void MigrateKeyTree(HKEY sourceParent, HKEY destParent, const std::wstring &sourcePath, const std::wstring &destPath,
                     const std::wstring &action, const std::vector<RegistrySubKeyRule> &subKeyRules,
                     const std::vector<RegistryValueRule> &valueRules)
 {
+   // Opened for its security as well, so that a destination that has to be created takes
+   // the source's descriptor through this handle rather than through a second open of the
+   // same key. A token that may not read audit settings opens it for reading alone, and the
+   // descriptor is then missing as it would be on its own.
    UniqueHkey source;
-   if (RegOpenKeyExW(sourceParent, sourcePath.c_str(), 0, KEY_READ, source.put()) != ERROR_SUCCESS) {
+   HKEY securitySource = nullptr;
+   if (RegOpenKeyExW(sourceParent, sourcePath.c_str(), 0, KEY_READ | ACCESS_SYSTEM_SECURITY, source.put()) ==
+       ERROR_SUCCESS) {
+      securitySource = source.get();
+   } else if (RegOpenKeyExW(sourceParent, sourcePath.c_str(), 0, KEY_READ, source.put()) != ERROR_SUCCESS) {
       // The machine simply doesn't have this key: nothing to carry over, nothing created.
       LogMessage(LogLevelWarning, "Failed to open source registry key %S, ignore...", sourcePath.c_str());
       return;
    }
 
-   if (!EnsureDestinationKey(sourceParent, sourcePath, destParent, destPath)) {
+   UniqueHkey destination;
+   if (!EnsureDestination(securitySource, sourcePath, destParent, destPath, destination)) {
       LogMessage(LogLevelError, "Failed to create destination registry key %S.", destPath.c_str());
       return;
    }
-
-   UniqueHkey destination;
-   if (RegCreateKeyExW(destParent, destPath.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, DestinationAccess, nullptr,
-                       destination.put(), nullptr) != ERROR_SUCCESS) {
+   if (!destination && registryPlatform.RegCreateKeyExW(destParent, destPath.c_str(), 0, nullptr,
+                                                        REG_OPTION_NON_VOLATILE, DestinationAccess, nullptr,
+                                                        destination.put(), nullptr) != ERROR_SUCCESS) {
       LogMessage(LogLevelError, "Failed to open destinition registry key %S, ignore...", destPath.c_str());
       return;
    }

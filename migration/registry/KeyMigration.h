@@ -10,6 +10,15 @@
 // front of a rule's leaf). Owned by MigrateRegistryKeyRule and set only while it runs.
 extern PSECURITY_DESCRIPTOR defaultKeySecurityDescriptor;
 
+// Wine ignores the descriptor that RegCreateKeyExW is given, so there a created key never
+// refuses the walk's next open of it, as it does on Windows when the copied descriptor denies
+// the installing account. Tests replace the call to get that answer; the product never
+// changes the table.
+struct RegistryPlatformCalls {
+   decltype(&::RegCreateKeyExW) RegCreateKeyExW;
+};
+extern RegistryPlatformCalls registryPlatform;
+
 // Copies the rule's key tree below `rootKey`; `securityPrefix` locates the descriptor that
 // intermediate keys receive. Reports through the log only.
 void MigrateRegistryKeyRule(HKEY rootKey, const std::wstring &securityPrefix, const RegistryKeyRule &rule);

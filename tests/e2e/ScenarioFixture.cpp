@@ -50,20 +50,12 @@ scenario::InstallResult InstallScenario::Install(const scenario::PackageChanges 
 
 scenario::PackageChanges InstallScenario::DeferredWithDocument(const std::string &xml)
 {
-   scenario::WriteFileBytes(DocumentPath(), xml);
+   EXPECT_TRUE(scenario::WriteFileBytes(DocumentPath(), xml));
    scenario::PackageChanges changes;
    changes.configXml = xml;
    changes.properties.push_back({L"MigrateConfigFilepath", DocumentPath()});
    changes.skippedActions.push_back(L"ExtractMigrConfig");
    return changes;
-}
-
-void InstallScenario::SetMarker(DWORD type, const void *data, DWORD size)
-{
-   scenario::RegValue value{L"MigrationDone", type, {}};
-   const BYTE *bytes = static_cast<const BYTE *>(data);
-   value.data.assign(bytes, bytes + size);
-   ASSERT_TRUE(scenario::WriteValue(HKEY_LOCAL_MACHINE, MarkerKey, value));
 }
 
 std::vector<std::string> EntriesStartingWith(const std::vector<std::string> &log,

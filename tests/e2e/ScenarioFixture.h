@@ -13,9 +13,6 @@
 class InstallScenario : public ::testing::Test
 {
 protected:
-   static constexpr const wchar_t *MarkerKey = L"Software\\Corvane";
-   static constexpr const wchar_t *OldVendorKey = L"Software\\Eldrix, Inc.";
-
    void SetUp() override;
    void TearDown() override;
 
@@ -27,8 +24,11 @@ protected:
    scenario::PackageChanges DeferredWithDocument(const std::string &xml);
    std::wstring DocumentPath() const { return workDirectory_ + L"vtrMigrateConf.xml"; }
 
-   static void SetMarker(DWORD type, const void *data, DWORD size);
-   static std::string WideLog(const std::wstring &text) { return scenario::Narrow(text); }
+   // MigrationDone as a REG_DWORD.
+   static void SetMarker(DWORD value)
+   {
+      ASSERT_TRUE(scenario::WriteDword(HKEY_LOCAL_MACHINE, L"Software\\Corvane", L"MigrationDone", value));
+   }
 
    std::wstring workDirectory_;
    std::wstring package_;

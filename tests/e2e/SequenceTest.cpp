@@ -31,7 +31,7 @@ Lines Migrated(const std::string &url) // the new client's key after both deferr
 TEST_F(InstallScenario, WholeSequence)
 {
    const std::wstring extracted = scenario::TempDirectory() + L"vtrMigrateConf.xml";
-   const std::string path = WideLog(extracted);
+   const std::string path = scenario::Narrow(extracted);
    const struct {
       const char *label;
       std::optional<std::string> xml; // none: no Binary row for the document
@@ -58,7 +58,7 @@ TEST_F(InstallScenario, WholeSequence)
    };
    for (const auto &c : cases) {
       SCOPED_TRACE(c.label);
-      scenario::WriteString(HKEY_LOCAL_MACHINE, OldVendorKey + std::wstring(L"\\Vantora Client"), L"Url", L"old");
+      scenario::WriteString(HKEY_LOCAL_MACHINE, L"Software\\Eldrix, Inc.\\Vantora Client", L"Url", L"old");
       DeleteFileW(extracted.c_str());
       auto result = Install({.configXml = c.xml, .withoutConfigRow = !c.xml,
                              .properties = {{L"VTR_SERVER", L"https://new.example"}},

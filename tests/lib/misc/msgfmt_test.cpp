@@ -6,6 +6,7 @@
 #include <cmath>
 #include <string>
 
+#include "misc/errText.h"
 #include "misc/msgfmt.h"
 
 namespace {
@@ -55,6 +56,9 @@ TEST(MsgFmt, ParseAndFormatByPosition)
       {Parsed("%zu %lu %.1ls %S %p", nullptr, size_t{1}, 2u, U(u"ab"), U(u"\u00e9"), nullptr),
        "21774|1 2 a \xC3\xA9 0"},
       {Parsed("%s %s %F", nullptr, (const char *)nullptr, "@&!*@*@(k)shown", -INFINITY), "665|(null) shown -INF"},
+      // A text the error layer handed out becomes a system error; an equal copy stays a string.
+      {Parsed("%s %s", nullptr, ErrText_Of(5), std::string(ErrText_Of(5)).c_str()),
+       "96|" + std::string(ErrText_Of(5)) + " " + ErrText_Of(5)},
       {Parsed("%1$s %d", nullptr), "MsgFmt_GetArgs: error in format string"},
       {Parsed("%2$s", nullptr), "MsgFmt_GetArgs: gap in arguments at position 1"},
       {Parsed("%d %1$d", nullptr), "MsgFmt_GetArgs: error in format string"},

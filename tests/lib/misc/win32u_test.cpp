@@ -8,6 +8,7 @@
 #include <string>
 
 #include "misc/win32u.h"
+#include "misc/win32uRegistry.h"
 
 namespace {
 
@@ -43,6 +44,41 @@ TEST(Win32U, KeepTheLastErrorAndAnswerInUtf8)
    ASSERT_NE(text, nullptr);
    EXPECT_GT(strlen(text), 0u);
    free(text);
+}
+
+TEST(Win32U, RegistryValuesInUtf8)
+{
+   HKEY key = nullptr;
+   RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\vtr-win32u-test", 0, nullptr, 0, KEY_ALL_ACCESS,
+                   nullptr, &key, nullptr);
+   RegCloseKey(key);
+   ASSERT_EQ(Win32U_RegOpenKeyEx(HKEY_CURRENT_USER, "Software\\vtr-win32u-test", 0,
+                                 KEY_ALL_ACCESS, &key), ERROR_SUCCESS);
+   RegSetValueExW(key, L"sz", 0, REG_SZ, reinterpret_cast<const BYTE *>(L"d\u00e9"), 6);
+   RegSetValueExW(key, L"multi", 0, REG_MULTI_SZ, reinterpret_cast<const BYTE *>(L"a\0\u00e9\0"), 10);
+   const struct {
+      const char *name;
+      DWORD room;
+      LONG status;
+      DWORD type, size;
+      std::string data;  // what fits in the room
+   } rows[] = {
+      {"sz", 16, ERROR_SUCCESS, REG_SZ, 4, std::string("d\xC3\xA9", 4)},
+      {"sz", 3, ERROR_MORE_DATA, REG_SZ, 4, ""},
+      {"multi", 16, ERROR_SUCCESS, REG_MULTI_SZ, 6, std::string("a\0\xC3\xA9\0\0", 6)},
+      {"missing", 16, ERROR_FILE_NOT_FOUND, REG_NONE, 16, ""},
+   };
+   for (const auto &r : rows) {
+      char data[16] = {};
+      DWORD type = 99, size = r.room;
+      EXPECT_EQ(Win32U_RegQueryValueEx(key, r.name, &type, reinterpret_cast<BYTE *>(data), &size),
+                r.status) << r.name;
+      EXPECT_EQ(type, r.type) << r.name;
+      EXPECT_EQ(size, r.size) << r.name;
+      EXPECT_EQ(std::string(data, r.data.size()), r.data) << r.name;
+   }
+   RegCloseKey(key);
+   RegDeleteKeyW(HKEY_CURRENT_USER, L"Software\\vtr-win32u-test");
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <string>
+#include <type_traits>
 
 #include "string/bsd_vsnprintf.h"
 
@@ -44,41 +45,31 @@ inline const BsdFormatLocale kPlainLocale = {'.', '\0', ""};
 inline const BsdFormatLocale kCommaThrees = {'.', ',', "\3"};
 inline const BsdFormatLocale kIndian = {',', '.', "\3\2"};
 
-// Growing mode of each core with explicit locale data.
-inline Formatted FormatIn(const BsdFormatLocale &locale, const char *format, ...)
+// Growing mode of either core with explicit locale data.
+template <typename CharT>
+auto FormatIn(const BsdFormatLocale &locale, const CharT *format, ...)
 {
-   char *out = nullptr;
+   CharT *out = nullptr;
    va_list ap;
    va_start(ap, format);
-   int n = BsdVsnprintfCore(&out, 0, &locale, format, ap);
+   int n;
+   if constexpr (std::is_same_v<CharT, char>) {
+      n = BsdVsnprintfCore(&out, 0, &locale, format, ap);
+   } else {
+      n = BsdVsnwprintfCore(&out, 0, &locale, format, ap);
+   }
    va_end(ap);
-   Formatted f{n, out != nullptr ? std::string(out) : std::string("<null>")};
+   using Text = std::conditional_t<std::is_same_v<CharT, char>, std::string, std::u16string>;
+   static const char kNull[] = "<null>";
+   FormattedAs<Text> f{n, out == nullptr ? Text(kNull, kNull + 6) : Text(out, out + std::char_traits<CharT>::length(out))};
    free(out);
    return f;
 }
 
-inline WideFormatted WideFormatIn(const BsdFormatLocale &locale, const utf16_t *format, ...)
-{
-   utf16_t *out = nullptr;
-   va_list ap;
-   va_start(ap, format);
-   int n = BsdVsnwprintfCore(&out, 0, &locale, format, ap);
-   va_end(ap);
-   WideFormatted f{n, out != nullptr ? AsU16(out) : std::u16string(u"<null>")};
-   free(out);
-   return f;
-}
-
-template <typename... Args>
-Formatted Format(const char *format, Args... args)
+template <typename CharT, typename... Args>
+auto Format(const CharT *format, Args... args)
 {
    return FormatIn(kPlainLocale, format, args...);
-}
-
-template <typename... Args>
-WideFormatted WideFormat(const utf16_t *format, Args... args)
-{
-   return WideFormatIn(kPlainLocale, format, args...);
 }
 
 constexpr int kTextLength = -100;  // the expected result is the length of the expected text

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "misc/errText.h"
 #include "misc/log.h"
 #include "string/str.h"
 #include "user/dictionary_core.h"
@@ -88,7 +89,7 @@ TEST(Msg, TranslationsAndSystemErrors)
    MsgList *list = nullptr;
    MsgList_Append(&list, "@&!*@*@(t.greet)Hello %s", "@&!*@*@(button.ok)_O__K");
    MsgList_Append(&list->next, "@&!*@*@(t.err)Cannot: %s", "access denied");
-   MsgFmt_SetErrorStringTest(nullptr);
+   MsgFmt_SetErrorStringTest(ErrText_IsKnown);
    for (Dictionary *translations : {d, static_cast<Dictionary *>(nullptr)}) {
       DynBuf text;
       DynBuf_Init(&text);

@@ -1,5 +1,6 @@
+// The values of one open key carried to another: action words, rules, NewValue text read by
+// the source's type, the walk's fixed buffers, and the log.
 #include <gtest/gtest.h>
-#include <gmock/gmock.h>
 
 #include <stdexcept>
 
@@ -8,289 +9,177 @@
 #include "RegistryTestSupport.h"
 #include "registry/ValueMigration.h"
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 namespace {
+
+using Lines = std::vector<std::string>;
+using Values = std::vector<scenario::RegValue>;
+using scenario::BinaryValue;
+using scenario::DwordValue;
+using scenario::TextValue;
 
 const std::wstring TestRoot = L"Software\\VtrTestValues";
 const std::wstring SourcePath = TestRoot + L"\\Src";
 const std::wstring DestPath = TestRoot + L"\\Dst";
 
-class ValueMigrationTest : public testing::Test
+struct Outcome {
+   Lines dest;          // ValueLines of the destination afterwards
+   Lines log;
+   std::string thrown;  // what() of a conversion error, and "(range)" for out_of_range
+};
+
+// The destination handle has what the key walk gives it: set and query access, no more.
+Outcome Migrate(const Values &source, const Values &before, const std::vector<RegistryValueRule> &rules,
+                const std::wstring &keyAction)
 {
-protected:
-   void SetUp() override
+   scenario::DeleteTree(HKEY_LOCAL_MACHINE, TestRoot);
+   scenario::CreateKey(HKEY_LOCAL_MACHINE, SourcePath);
+   scenario::CreateKey(HKEY_LOCAL_MACHINE, DestPath);
+   for (const auto &value : source) {
+      EXPECT_TRUE(scenario::WriteValue(HKEY_LOCAL_MACHINE, SourcePath, value));
+   }
+   for (const auto &value : before) {
+      EXPECT_TRUE(scenario::WriteValue(HKEY_LOCAL_MACHINE, DestPath, value));
+   }
+   Outcome out;
    {
-      DeleteTestTree(TestRoot);
-      source_.reset(CreateTestKey(SourcePath));
-      UniqueHkey(CreateTestKey(DestPath));
-      // What the key walk hands over: set and query access, nothing more.
-      ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, DestPath.c_str(), 0, KEY_QUERY_VALUE | KEY_SET_VALUE, dest_.put()),
-                ERROR_SUCCESS);
-      log_.emplace();
-   }
-   void TearDown() override
-   {
-      log_.reset();
-      source_.reset();
-      dest_.reset();
-      DeleteTestTree(TestRoot);
-   }
-
-   void Migrate(const std::vector<RegistryValueRule> &rules, const std::wstring &keyAction)
-   {
-      MigrateKeyValues(source_.get(), dest_.get(), rules, keyAction);
-   }
-   std::optional<StoredValue> Dest(const std::wstring &name) { return ReadTestValue(dest_.get(), name); }
-   std::vector<std::string> Log() { return log_->Entries(); }
-
-   UniqueHkey source_;
-   UniqueHkey dest_;
-   std::optional<LogCapture> log_;
-};
-
-// A value without a rule, under each action word, with or without the value already at the
-// destination.
-struct KeyActionCase {
-   const char *label;
-   const wchar_t *action;
-   bool destinationHasValue;
-   bool written;
-   const char *logLine; // null: nothing logged
-};
-
-class KeyActionTest : public ValueMigrationTest, public testing::WithParamInterface<KeyActionCase> {};
-
-TEST_P(KeyActionTest, AppliesActionWord)
-{
-   const KeyActionCase &c = GetParam();
-   SetTestValue(source_.get(), L"v", REG_SZ, WideBytes(L"new"));
-   if (c.destinationHasValue) {
-      SetTestValue(dest_.get(), L"v", REG_DWORD, DwordBytes(7));
-   }
-   Migrate({}, c.action);
-
-   if (c.written) {
-      EXPECT_EQ(Dest(L"v"), SzValue(L"new"));
-   } else {
-      EXPECT_EQ(Dest(L"v"), c.destinationHasValue ? std::optional(DwordValue(7)) : std::nullopt);
-   }
-   EXPECT_EQ(Log(), c.logLine != nullptr ? std::vector<std::string>{c.logLine} : std::vector<std::string>{});
-}
-
-const KeyActionCase KeyActionCases[] = {
-   {"Overwrite", L"Overwrite", true, true, "INFO Migrated v to v."},
-   {"OverwriteUpper", L"OVERWRITE", false, true, "INFO Migrated v to v."},
-   {"SkipLower", L"skip", false, false, "INFO Value v skipped."},
-   {"SkipIfExistsPresent", L"SkipIfexists", true, false, "INFO Value v exists and skipped."},
-   {"SkipIfExistsAbsent", L"SKIPIFEXISTS", false, true, "INFO Migrated v to v."},
-   {"Skipped", L"Skipped", false, false, nullptr},
-   {"Empty", L"", false, false, nullptr},
-   {"TrailingBlank", L"Overwrite ", false, false, nullptr},
-   {"Prefix", L"Over", false, false, nullptr},
-};
-
-INSTANTIATE_TEST_SUITE_P(Words, KeyActionTest, testing::ValuesIn(KeyActionCases),
-                         [](const testing::TestParamInfo<KeyActionCase> &info) { return info.param.label; });
-
-// A value named by a rule with a NewValue: what lands at the destination, or the exception
-// (with the runtime's familiar text) that a malformed number leaves as.
-struct NewValueCase {
-   const char *label;
-   DWORD sourceType;
-   const wchar_t *newValue;
-   Bytes expected;
-   const char *thrown = nullptr;
-   bool outOfRange = false;
-};
-
-class NewValueTest : public ValueMigrationTest, public testing::WithParamInterface<NewValueCase> {};
-
-TEST_P(NewValueTest, ConvertsByTheSourceType)
-{
-   const NewValueCase &c = GetParam();
-   SetTestValue(source_.get(), L"v", c.sourceType, Bytes{1, 2, 3, 4});
-   try {
-      // The rule's Type disagrees on purpose: only the source's type counts.
-      Migrate({RegistryValueRule{L"v", L"", L"REG_NONE", L"Overwrite", c.newValue}}, L"Skip");
-      EXPECT_EQ(c.thrown, nullptr) << "no exception";
-   } catch (const std::logic_error &e) {
-      EXPECT_STREQ(e.what(), c.thrown);
-      EXPECT_EQ(dynamic_cast<const std::out_of_range *>(&e) != nullptr, c.outOfRange);
-   }
-   if (c.thrown == nullptr) {
-      EXPECT_EQ(Dest(L"v"), (StoredValue{c.sourceType, c.expected}));
-      EXPECT_THAT(Log(), ElementsAre("INFO Migrated v to v."));
-   } else {
-      EXPECT_EQ(Dest(L"v"), std::nullopt);
-      EXPECT_THAT(Log(), IsEmpty());
-   }
-}
-
-const NewValueCase NewValueCases[] = {
-   {"SzText", REG_SZ, L"AB", WideBytes(L"AB")},
-   {"ExpandSzText", REG_EXPAND_SZ, L"%TEMP%\\x", WideBytes(L"%TEMP%\\x")},
-   {"BinaryOneByte", REG_BINARY, L"AB", Bytes{0xAB}},
-   {"BinaryOddLengthDropsLast", REG_BINARY, L"01fF7", Bytes{0x01, 0xFF}},
-   {"BinaryOneCharacterIsEmpty", REG_BINARY, L"A", Bytes{}},
-   {"BinaryLeadingBlank", REG_BINARY, L" A0B", Bytes{0x0A, 0x0B}},
-   {"BinaryTrailingJunkInPair", REG_BINARY, L"7-", Bytes{0x07}},
-   {"BinaryNegativePairKeepsLowByte", REG_BINARY, L"-1", Bytes{0xFF}},
-   {"MultiSzFromHex", REG_MULTI_SZ, L"41004200000000", Bytes{0x41, 0, 0x42, 0, 0, 0, 0}},
-   {"DwordMax", REG_DWORD, L"4294967295", DwordBytes(0xFFFFFFFFu)},
-   {"DwordBlanksAndTrailingText", REG_DWORD, L"  42abc", DwordBytes(42)},
-   {"DwordPlus", REG_DWORD, L"+7", DwordBytes(7)},
-   {"DwordMinusOneWraps", REG_DWORD, L"-1", DwordBytes(0xFFFFFFFFu)},
-   {"DwordHexIsDecimal", REG_DWORD, L"0x10", DwordBytes(0)},
-   {"QwordMax", REG_QWORD, L"18446744073709551615", QwordBytes(0xFFFFFFFFFFFFFFFFull)},
-   {"QwordAboveDword", REG_QWORD, L"99999999999", QwordBytes(99999999999ull)},
-   {"DwordHexText", REG_DWORD, L"AB", {}, "invalid stoul argument", false},
-   {"DwordTooBig", REG_DWORD, L"99999999999", {}, "stoul argument out of range", true},
-   {"DwordTooSmall", REG_DWORD, L"-99999999999", {}, "stoul argument out of range", true},
-   {"QwordText", REG_QWORD, L"x1", {}, "invalid stoull argument", false},
-   {"QwordTooBig", REG_QWORD, L"18446744073709551616", {}, "stoull argument out of range", true},
-   {"BinaryNotHex", REG_BINARY, L"00ZZ", {}, "invalid stoul argument", false},
-   {"MultiSzNotHex", REG_MULTI_SZ, L"g0", {}, "invalid stoul argument", false},
-};
-
-INSTANTIATE_TEST_SUITE_P(Types, NewValueTest, testing::ValuesIn(NewValueCases),
-                         [](const testing::TestParamInfo<NewValueCase> &info) { return info.param.label; });
-
-// Values at the source (and perhaps already at the destination), the rules and the key's
-// action word: every value at the destination afterwards, and the log.
-struct RuleCase {
-   const char *label;
-   ValueMap source;
-   ValueMap before;
-   std::vector<RegistryValueRule> rules;
-   const wchar_t *keyAction;
-   ValueMap after;
-   std::vector<std::string> log;
-};
-
-class RuleTest : public ValueMigrationTest, public testing::WithParamInterface<RuleCase> {};
-
-TEST_P(RuleTest, Migrates)
-{
-   const RuleCase &c = GetParam();
-   for (const auto &[name, value] : c.source) {
-      SetTestValue(source_.get(), name, value.type, value.data);
-   }
-   for (const auto &[name, value] : c.before) {
-      SetTestValue(dest_.get(), name, value.type, value.data);
-   }
-   Migrate(c.rules, c.keyAction);
-   EXPECT_EQ(ValuesOf(dest_.get()), c.after);
-   EXPECT_EQ(Log(), c.log);
-}
-
-const StoredValue One = DwordValue(1);
-const StoredValue Default = SzValue(L"default");
-
-const RuleCase RuleCases[] = {
-   {"MalformedNewValueForAValueTheSourceLacksIsNeverRead", {{L"other", One}}, {},
-    {{L"v", L"", L"", L"Overwrite", L"AB"}}, L"Overwrite", {{L"other", One}}, {"INFO Migrated other to other."}},
-   {"UnsupportedTypeWithNewValueIsLoggedAndLeftOut",
-    {{L"a", {REG_DWORD_BIG_ENDIAN, {0, 0, 0, 1}}}, {L"b", {REG_NONE, {9}}}, {L"c", {REG_LINK, {8}}},
-     {L"d", DwordValue(3)}},
-    {},
-    {{L"a", L"", L"", L"Overwrite", L"1"}, {L"b", L"", L"", L"Overwrite", L"1"}, {L"c", L"", L"", L"Overwrite", L"1"}},
-    L"Overwrite",
-    {{L"d", DwordValue(3)}},
-    {"ERRO Unsupport data type 5 in configuration file.",
-     "WARN Wrong format in configuration, the registry value data of Name: a",
-     "ERRO Unsupport data type 0 in configuration file.",
-     "WARN Wrong format in configuration, the registry value data of Name: b",
-     "ERRO Unsupport data type 6 in configuration file.",
-     "WARN Wrong format in configuration, the registry value data of Name: c", "INFO Migrated d to d."}},
-   {"UnsupportedTypeWithoutNewValueIsCopiedAsItIs", {{L"n", {REG_NONE, {1, 2}}}}, {}, {}, L"Overwrite",
-    {{L"n", {REG_NONE, {1, 2}}}}, {"INFO Migrated n to n."}},
-   // The rule's Type is not the type written.
-   {"RenameWritesUnderNewNameAndLogsOldNameFirst", {{L"Old", {REG_BINARY, {5, 6}}}}, {},
-    {{L"Old", L"New", L"REG_SZ", L"Overwrite", L""}}, L"Skip", {{L"New", {REG_BINARY, {5, 6}}}},
-    {"INFO Migrated Old to New."}},
-   // A is at the destination under its old name only, B under its new name only.
-   {"SkipIfExistsLooksForTheNewName", {{L"A", One}, {L"B", DwordValue(2)}},
-    {{L"A", DwordValue(10)}, {L"NewB", DwordValue(20)}},
-    {{L"A", L"NewA", L"", L"SkipIfExists", L""}, {L"B", L"NewB", L"", L"skipifexists", L""}}, L"Skip",
-    {{L"A", DwordValue(10)}, {L"NewA", One}, {L"NewB", DwordValue(20)}},
-    {"INFO Migrated A to NewA.", "INFO Value NewB exists and skipped."}},
-   {"SkipNamesTheOldName", {{L"Old", One}}, {}, {{L"Old", L"New", L"", L"SKIP", L""}}, L"Overwrite", {},
-    {"INFO Value Old skipped."}},
-   {"RuleActionReplacesKeyActionForItsValueOnly", {{L"a", One}, {L"b", DwordValue(2)}, {L"c", DwordValue(3)}}, {},
-    {{L"a", L"", L"", L"Overwrite", L""}, {L"c", L"", L"", L"Skipped", L""}}, L"Skip", {{L"a", One}},
-    {"INFO Migrated a to a.", "INFO Value b skipped."}},
-   // Rules match the old name exactly, the first one wins, and none creates a value the
-   // source doesn't have.
-   {"RulesMatchOldNameExactlyAndFirstRuleWins", {{L"name", One}}, {},
-    {{L"Name", L"Upper", L"", L"Overwrite", L""}, {L"name", L"First", L"", L"Overwrite", L""},
-     {L"name", L"Second", L"", L"Overwrite", L""}, {L"[$M]", L"Macro", L"", L"Overwrite", L""}},
-    L"Skip", {{L"First", One}}, {"INFO Migrated name to First."}},
-   {"DefaultValueTakesTheSamePath", {{L"", Default}}, {}, {}, L"Overwrite", {{L"", Default}}, {"INFO Migrated  to ."}},
-   {"DefaultValueCanBeRenamedAndGivenNewData", {{L"", Default}}, {}, {{L"", L"Named", L"", L"Overwrite", L"x"}},
-    L"Skip", {{L"Named", SzValue(L"x")}}, {"INFO Migrated  to Named."}},
-   {"EmptySourceKeyDoesNothing", {}, {}, {{L"a", L"b", L"", L"Overwrite", L"1"}}, L"Overwrite", {}, {}},
-};
-
-INSTANTIATE_TEST_SUITE_P(Rules, RuleTest, testing::ValuesIn(RuleCases),
-                         [](const testing::TestParamInfo<RuleCase> &info) { return info.param.label; });
-
-TEST_F(ValueMigrationTest, ValueOverTheDataBufferEndsTheWalkOfTheKey)
-{
-   // Named so that creation order and name order agree; the expectation follows the
-   // platform's own enumeration all the same.
-   SetTestValue(source_.get(), L"a-small", REG_BINARY, Bytes(10, 0x11));
-   SetTestValue(source_.get(), L"b-exactly-1024", REG_BINARY, Bytes(1024, 0x22));
-   SetTestValue(source_.get(), L"c-1025", REG_BINARY, Bytes(1025, 0x33));
-   SetTestValue(source_.get(), L"d-after", REG_DWORD, DwordBytes(4));
-   ASSERT_THAT(ValueNames(source_.get()), ElementsAre(L"a-small", L"b-exactly-1024", L"c-1025", L"d-after"));
-
-   Migrate({}, L"Overwrite");
-   EXPECT_THAT(ValueNames(dest_.get()), ElementsAre(L"a-small", L"b-exactly-1024"));
-   EXPECT_EQ(Dest(L"b-exactly-1024"), (StoredValue{REG_BINARY, Bytes(1024, 0x22)}));
-   EXPECT_THAT(Log(), ElementsAre("INFO Migrated a-small to a-small.", "INFO Migrated b-exactly-1024 to b-exactly-1024."));
-}
-
-TEST_F(ValueMigrationTest, ValueNameOverTheNameBufferEndsTheWalkOfTheKey)
-{
-   const std::wstring fits = L"a" + std::wstring(254, L'x');  // 255 characters
-   const std::wstring tooLong = L"b" + std::wstring(255, L'x'); // 256 characters
-   SetTestValue(source_.get(), fits, REG_DWORD, DwordBytes(1));
-   SetTestValue(source_.get(), tooLong, REG_DWORD, DwordBytes(2));
-   SetTestValue(source_.get(), L"c", REG_DWORD, DwordBytes(3));
-   ASSERT_THAT(ValueNames(source_.get()), ElementsAre(fits, tooLong, L"c"));
-
-   Migrate({}, L"Overwrite");
-   EXPECT_THAT(ValueNames(dest_.get()), ElementsAre(fits));
-}
-
-TEST(ParseRegistryValueData, SizesAndNullResults)
-{
-   struct Case {
-      const wchar_t *text;
-      DWORD type;
-      bool null;
-      DWORD size;
-   };
-   const Case cases[] = {
-      {L"", REG_SZ, false, 2},       {L"abc", REG_EXPAND_SZ, false, 8}, {L"", REG_BINARY, false, 0},
-      {L"A", REG_MULTI_SZ, false, 0}, {L"0", REG_DWORD, false, 4},       {L"0", REG_QWORD, false, 8},
-      {L"1", REG_NONE, true, 0},      {L"1", 12, true, 0},                {L"1", 0xFFFFFFFF, true, 0},
-   };
-   for (const Case &c : cases) {
-      SCOPED_TRACE(testing::Message() << "type " << c.type << " text " << testing::PrintToString(std::wstring(c.text)));
       LogCapture log;
-      DWORD size = 123;
-      UniqueLocalMemory block(ParseRegistryValueData(c.text, c.type, size));
-      EXPECT_EQ(!block, c.null);
-      EXPECT_EQ(size, c.size);
-      if (c.null) {
-         EXPECT_THAT(log.Entries(), ElementsAre("ERRO Unsupport data type " + std::to_string(static_cast<int>(c.type)) +
-                                                " in configuration file."));
-      } else {
-         EXPECT_THAT(log.Entries(), IsEmpty());
+      UniqueHkey from, to;
+      EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, SourcePath.c_str(), 0, KEY_QUERY_VALUE, from.put()), 0);
+      EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, DestPath.c_str(), 0, KEY_QUERY_VALUE | KEY_SET_VALUE, to.put()), 0);
+      try {
+         MigrateKeyValues(from.get(), to.get(), rules, keyAction);
+      } catch (const std::out_of_range &e) {
+         out.thrown = std::string(e.what()) + " (range)";
+      } catch (const std::invalid_argument &e) {
+         out.thrown = e.what();
       }
+      out.log = log.Entries();
+   }
+   out.dest = ValueLines(DestPath);
+   scenario::DeleteTree(HKEY_LOCAL_MACHINE, TestRoot);
+   return out;
+}
+
+const scenario::RegValue New = TextValue(L"v", L"new");
+const scenario::RegValue Seven = DwordValue(L"v", 7);
+const std::string A255 = "a" + std::string(254, 'x');
+
+TEST(MigrateKeyValues, RulesAndActionWords)
+{
+   const struct {
+      Values source;
+      Values before;  // already at the destination
+      std::vector<RegistryValueRule> rules;
+      const wchar_t *keyAction;
+      Lines dest;
+      Lines log;
+   } rows[] = {
+      // A value without a rule follows the key's word, whose case doesn't matter; a word we
+      // don't know moves nothing and says nothing.
+      {{New}, {Seven}, {}, L"Overwrite", {"v = REG_SZ \"new\""}, {"INFO Migrated v to v."}},
+      {{New}, {}, {}, L"OVERWRITE", {"v = REG_SZ \"new\""}, {"INFO Migrated v to v."}},
+      {{New}, {}, {}, L"skip", {}, {"INFO Value v skipped."}},
+      {{New}, {Seven}, {}, L"SkipIfexists", {"v = REG_DWORD 7"}, {"INFO Value v exists and skipped."}},
+      {{New}, {}, {}, L"SKIPIFEXISTS", {"v = REG_SZ \"new\""}, {"INFO Migrated v to v."}},
+      {{New}, {}, {}, L"Skipped", {}, {}},
+      {{New}, {}, {}, L"", {}, {}},
+      {{New}, {}, {}, L"Overwrite ", {}, {}},
+      {{New}, {}, {}, L"Over", {}, {}},
+      // A rule for a value the source lacks is never read, however malformed its NewValue.
+      {{DwordValue(L"other", 1)}, {}, {{L"v", L"", L"", L"Overwrite", L"AB"}}, L"Overwrite", {"other = REG_DWORD 1"},
+       {"INFO Migrated other to other."}},
+      // A type without a textual form: logged and left out with a NewValue, copied without.
+      {{{L"a", REG_DWORD_BIG_ENDIAN, {0, 0, 0, 1}}, {L"b", REG_NONE, {9}}, {L"c", REG_LINK, {8}}, DwordValue(L"d", 3)},
+       {},
+       {{L"a", L"", L"", L"Overwrite", L"1"}, {L"b", L"", L"", L"Overwrite", L"1"}, {L"c", L"", L"", L"Overwrite", L"1"}},
+       L"Overwrite",
+       {"d = REG_DWORD 3"},
+       {"ERRO Unsupport data type 5 in configuration file.",
+        "WARN Wrong format in configuration, the registry value data of Name: a",
+        "ERRO Unsupport data type 0 in configuration file.",
+        "WARN Wrong format in configuration, the registry value data of Name: b",
+        "ERRO Unsupport data type 6 in configuration file.",
+        "WARN Wrong format in configuration, the registry value data of Name: c", "INFO Migrated d to d."}},
+      {{{L"n", REG_NONE, {1, 2}}}, {}, {}, L"Overwrite", {"n = type 0 hex:0102"}, {"INFO Migrated n to n."}},
+      // A rename keeps the source's type whatever the rule's Type says, and logs the old name first.
+      {{{L"Old", REG_BINARY, {5, 6}}}, {}, {{L"Old", L"New", L"REG_SZ", L"Overwrite", L""}}, L"Skip",
+       {"New = type 3 hex:0506"}, {"INFO Migrated Old to New."}},
+      // SkipIfExists looks for the new name: A is there under its old name only, B under its new.
+      {{DwordValue(L"A", 1), DwordValue(L"B", 2)}, {DwordValue(L"A", 10), DwordValue(L"NewB", 20)},
+       {{L"A", L"NewA", L"", L"SkipIfExists", L""}, {L"B", L"NewB", L"", L"skipifexists", L""}}, L"Skip",
+       {"A = REG_DWORD 10", "NewA = REG_DWORD 1", "NewB = REG_DWORD 20"},
+       {"INFO Migrated A to NewA.", "INFO Value NewB exists and skipped."}},
+      {{DwordValue(L"Old", 1)}, {}, {{L"Old", L"New", L"", L"SKIP", L""}}, L"Overwrite", {}, {"INFO Value Old skipped."}},
+      // A rule's word replaces the key's for its value only.
+      {{DwordValue(L"a", 1), DwordValue(L"b", 2), DwordValue(L"c", 3)}, {},
+       {{L"a", L"", L"", L"Overwrite", L""}, {L"c", L"", L"", L"Skipped", L""}}, L"Skip", {"a = REG_DWORD 1"},
+       {"INFO Migrated a to a.", "INFO Value b skipped."}},
+      // Rules match the old name exactly, the first one wins, and none creates a value.
+      {{DwordValue(L"name", 1)}, {},
+       {{L"Name", L"Upper", L"", L"Overwrite", L""}, {L"name", L"First", L"", L"Overwrite", L""},
+        {L"name", L"Second", L"", L"Overwrite", L""}, {L"[$M]", L"Macro", L"", L"Overwrite", L""}},
+       L"Skip", {"First = REG_DWORD 1"}, {"INFO Migrated name to First."}},
+      {{TextValue(L"", L"default")}, {}, {}, L"Overwrite", {"(default) = REG_SZ \"default\""}, {"INFO Migrated  to ."}},
+      {{TextValue(L"", L"default")}, {}, {{L"", L"Named", L"", L"Overwrite", L"x"}}, L"Skip",
+       {"Named = REG_SZ \"x\""}, {"INFO Migrated  to Named."}},
+      {{}, {}, {{L"a", L"b", L"", L"Overwrite", L"1"}}, L"Overwrite", {}, {}},
+      // A value whose data or name doesn't fit the walk's buffers (1024 bytes, 256 characters
+      // with the terminator) ends the walk of its key; names give the enumeration order.
+      {{BinaryValue(L"a", 10, 0x11), BinaryValue(L"b", 1024, 0x22), BinaryValue(L"c", 1025, 0x33), DwordValue(L"d", 4)},
+       {}, {}, L"Overwrite", {"a = type 3 hex:" + std::string(20, '1'), "b = type 3 hex:" + std::string(2048, '2')},
+       {"INFO Migrated a to a.", "INFO Migrated b to b."}},
+      {{DwordValue(scenario::Widen(A255), 1), DwordValue(L"b" + std::wstring(255, L'x'), 2), DwordValue(L"c", 3)}, {}, {},
+       L"Overwrite", {A255 + " = REG_DWORD 1"}, {"INFO Migrated " + A255 + " to " + A255 + "."}},
+   };
+   for (const auto &r : rows) {
+      const Outcome out = Migrate(r.source, r.before, r.rules, r.keyAction);
+      EXPECT_EQ(out.dest, r.dest) << scenario::Narrow(r.keyAction);
+      EXPECT_EQ(out.log, r.log) << scenario::Narrow(r.keyAction);
+      EXPECT_EQ(out.thrown, "");
+   }
+}
+
+// The source's type decides how NewValue is read and what is written; a malformed number
+// leaves as the runtime's exception, with the text installer logs have always shown.
+TEST(MigrateKeyValues, NewValueIsReadByTheSourceType)
+{
+   const struct {
+      DWORD type;
+      const wchar_t *newValue;
+      const char *result;  // the value written, or what was thrown
+   } rows[] = {
+      {REG_SZ, L"AB", "v = REG_SZ \"AB\""},
+      {REG_EXPAND_SZ, L"%TEMP%\\x", "v = REG_EXPAND_SZ \"%TEMP%\\x\""},
+      {REG_BINARY, L"AB", "v = type 3 hex:ab"},
+      {REG_BINARY, L"01fF7", "v = type 3 hex:01ff"},
+      {REG_BINARY, L"A", "v = type 3 hex:"},
+      {REG_BINARY, L" A0B", "v = type 3 hex:0a0b"},
+      {REG_BINARY, L"7-", "v = type 3 hex:07"},
+      {REG_BINARY, L"-1", "v = type 3 hex:ff"},
+      {REG_MULTI_SZ, L"41004200000000", "v = type 7 hex:41004200000000"},
+      {REG_DWORD, L"4294967295", "v = REG_DWORD 4294967295"},
+      {REG_DWORD, L"  42abc", "v = REG_DWORD 42"},
+      {REG_DWORD, L"+7", "v = REG_DWORD 7"},
+      {REG_DWORD, L"-1", "v = REG_DWORD 4294967295"},
+      {REG_DWORD, L"0x10", "v = REG_DWORD 0"},
+      {REG_QWORD, L"18446744073709551615", "v = REG_QWORD 18446744073709551615"},
+      {REG_QWORD, L"99999999999", "v = REG_QWORD 99999999999"},
+      {REG_DWORD, L"AB", "invalid stoul argument"},
+      {REG_DWORD, L"99999999999", "stoul argument out of range (range)"},
+      {REG_DWORD, L"-99999999999", "stoul argument out of range (range)"},
+      {REG_QWORD, L"x1", "invalid stoull argument"},
+      {REG_QWORD, L"18446744073709551616", "stoull argument out of range (range)"},
+      {REG_BINARY, L"00ZZ", "invalid stoul argument"},
+      {REG_MULTI_SZ, L"g0", "invalid stoul argument"},
+   };
+   for (const auto &r : rows) {
+      // The rule's Type disagrees on purpose.
+      const Outcome out = Migrate({{L"v", r.type, {1, 2, 3, 4}}}, {}, {{L"v", L"", L"REG_NONE", L"Overwrite", r.newValue}},
+                                  L"Skip");
+      const bool thrown = !out.thrown.empty();
+      EXPECT_EQ(thrown ? out.thrown : out.dest.empty() ? "" : out.dest[0], r.result) << scenario::Narrow(r.newValue);
+      EXPECT_EQ(out.log, thrown ? Lines{} : Lines{"INFO Migrated v to v."}) << scenario::Narrow(r.newValue);
+      EXPECT_EQ(out.dest.size(), thrown ? 0u : 1u);
    }
 }
 

@@ -22,9 +22,7 @@ std::wstring GetEnv(const wchar_t *name)
 LogCapture::LogCapture() : savedTmp_(GetEnv(L"TMP")), savedTemp_(GetEnv(L"TEMP"))
 {
    static unsigned serial = 0;
-   wchar_t base[MAX_PATH];
-   GetTempPathW(MAX_PATH, base);
-   directory_ = std::wstring(base) + L"vtrlog-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+   directory_ = scenario::TempDirectory() + L"vtrlog-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
                 std::to_wstring(++serial);
    scenario::RemoveTree(directory_);
    CreateDirectoryW(directory_.c_str(), nullptr);

@@ -1,6 +1,6 @@
 // Users and their files against the prefix's registry, real hives made with RegSaveKeyW and
 // its file system. Accounts, a refused unload and a refused owner change come from fakes of
-// the calls that Wine can't answer (see UserPlatformCalls and FilePlatformCalls). The other
+// the calls that Wine can't answer (see UserPlatformCalls and FileCopyPlatformCalls). The other
 // ways a file rule ends, and the preference files, are checked through msiexec (tests/e2e).
 #include <windows.h>
 #include <aclapi.h>
@@ -191,12 +191,12 @@ TEST(CopyFileWithOwner, ACopyThatCantTakeTheSourcesOwnerGoes)
    ASSERT_EQ(GetNamedSecurityInfoW(source.c_str(), SE_FILE_OBJECT, 3, &sourceOwner, &sourceGroup, nullptr, nullptr,
                                    &descriptor), 0u);
    UniqueLocalMemory owned(descriptor);
-   const FilePlatformCalls saved = filePlatform;
-   filePlatform.SetNamedSecurityInfoW = RefusingSetNamedSecurityInfoW;
+   const FileCopyPlatformCalls saved = fileCopyPlatform;
+   fileCopyPlatform.SetNamedSecurityInfoW = RefusingSetNamedSecurityInfoW;
    LogCapture capture;
    EXPECT_FALSE(CopyFileWithOwner(source, dest));
    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED)) << "left for the caller's own line";
-   filePlatform = saved;
+   fileCopyPlatform = saved;
    EXPECT_EQ(capture.Entries(), (std::vector<std::string>{"ERRO Failed to set file owner, error = 0x00000005"}));
    // Wine keeps a file's owner whatever it is told: what shows is what the copy was given.
    EXPECT_TRUE(givenSourceOwner);

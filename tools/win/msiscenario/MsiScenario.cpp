@@ -114,41 +114,48 @@ std::wstring ProductCodeOf(const std::wstring &packagePath)
    return code;
 }
 
+// The text of a string value that ends at a terminator with nothing but zeros behind it.
+std::optional<std::wstring> StringText(const RegValue &value)
+{
+   if (value.data.size() % sizeof(wchar_t) != 0) {
+      return std::nullopt;
+   }
+   std::wstring units(value.data.size() / sizeof(wchar_t), L'\0');
+   memcpy(units.data(), value.data.data(), value.data.size());
+   const size_t end = units.find(L'\0');
+   if (end == std::wstring::npos || units.find_first_not_of(L'\0', end) != std::wstring::npos) {
+      return std::nullopt;
+   }
+   return units.substr(0, end);
+}
+
 void AppendValueText(std::ostringstream &out, const RegValue &value)
 {
-   switch (value.type) {
-   case REG_SZ:
-   case REG_EXPAND_SZ: {
-      std::wstring text(reinterpret_cast<const wchar_t *>(value.data.data()), value.data.size() / sizeof(wchar_t));
-      while (!text.empty() && text.back() == L'\0') {
-         text.pop_back();
-      }
-      out << (value.type == REG_SZ ? "REG_SZ \"" : "REG_EXPAND_SZ \"") << Narrow(text) << "\"";
-      break;
-   }
-   case REG_DWORD:
-      if (value.data.size() == 4) {
-         DWORD number;
-         memcpy(&number, value.data.data(), 4);
-         out << "REG_DWORD " << number;
-         break;
-      }
-      [[fallthrough]];
-   case REG_QWORD:
-      if (value.type == REG_QWORD && value.data.size() == 8) {
-         ULONGLONG number;
-         memcpy(&number, value.data.data(), 8);
-         out << "REG_QWORD " << number;
-         break;
-      }
-      [[fallthrough]];
-   default: {
-      static const char digits[] = "0123456789abcdef";
-      out << "type " << value.type << " hex:";
-      for (BYTE b : value.data) {
-         out << digits[b >> 4] << digits[b & 15];
+   if (value.type == REG_SZ || value.type == REG_EXPAND_SZ) {
+      if (const std::optional<std::wstring> text = StringText(value)) {
+         out << (value.type == REG_SZ ? "REG_SZ \"" : "REG_EXPAND_SZ \"") << Narrow(*text) << "\"";
+         if (value.data.size() != (text->size() + 1) * sizeof(wchar_t)) {
+            out << " in " << value.data.size() << " bytes";
+         }
+         return;
       }
    }
+   if (value.type == REG_DWORD && value.data.size() == 4) {
+      DWORD number;
+      memcpy(&number, value.data.data(), 4);
+      out << "REG_DWORD " << number;
+      return;
+   }
+   if (value.type == REG_QWORD && value.data.size() == 8) {
+      ULONGLONG number;
+      memcpy(&number, value.data.data(), 8);
+      out << "REG_QWORD " << number;
+      return;
+   }
+   static const char digits[] = "0123456789abcdef";
+   out << "type " << value.type << " hex:";
+   for (BYTE b : value.data) {
+      out << digits[b >> 4] << digits[b & 15];
    }
 }
 
@@ -489,7 +496,19 @@ bool WriteValue(HKEY root, const std::wstring &path, const RegValue &value)
 RegValue TextValue(const std::wstring &name, const std::wstring &text, DWORD type)
 {
    const BYTE *bytes = reinterpret_cast<const BYTE *>(text.c_str());
-   return RegValue{name, type, std::vector<BYTE>(bytes, bytes + (text.size() + 1) * sizeof(wchar_t))};
+   return {name, type, std::vector<BYTE>(bytes, bytes + (text.size() + 1) * sizeof(wchar_t))};
+}
+
+RegValue DwordValue(const std::wstring &name, DWORD number)
+{
+   RegValue value{name, REG_DWORD, std::vector<BYTE>(4)};
+   memcpy(value.data.data(), &number, 4);
+   return value;
+}
+
+RegValue BinaryValue(const std::wstring &name, size_t size, BYTE fill)
+{
+   return {name, REG_BINARY, std::vector<BYTE>(size, fill)};
 }
 
 bool WriteString(HKEY root, const std::wstring &path, const std::wstring &name, const std::wstring &text)
@@ -499,9 +518,7 @@ bool WriteString(HKEY root, const std::wstring &path, const std::wstring &name, 
 
 bool WriteDword(HKEY root, const std::wstring &path, const std::wstring &name, DWORD number)
 {
-   RegValue value{name, REG_DWORD, std::vector<BYTE>(4)};
-   memcpy(value.data.data(), &number, 4);
-   return WriteValue(root, path, value);
+   return WriteValue(root, path, DwordValue(name, number));
 }
 
 bool KeyExists(HKEY root, const std::wstring &path)
@@ -533,6 +550,21 @@ void DeleteTree(HKEY root, const std::wstring &path)
 {
    RegDeleteTreeW(root, path.c_str());
    RegDeleteKeyW(root, path.c_str());
+}
+
+bool SetKeySecurity(HKEY root, const std::wstring &path, const wchar_t *sddl, SECURITY_INFORMATION what)
+{
+   PSECURITY_DESCRIPTOR descriptor = nullptr;
+   if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1, &descriptor, nullptr)) {
+      return false;
+   }
+   UniqueLocalMemory owned(descriptor);
+   const REGSAM access = ((what & DACL_SECURITY_INFORMATION) ? WRITE_DAC : 0) |
+                         ((what & SACL_SECURITY_INFORMATION) ? ACCESS_SYSTEM_SECURITY : 0) |
+                         ((what & (OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION)) ? WRITE_OWNER : 0);
+   UniqueHkey key;
+   return RegOpenKeyExW(root, path.c_str(), 0, access, key.put()) == ERROR_SUCCESS &&
+          RegSetKeySecurity(key.get(), what, descriptor) == ERROR_SUCCESS;
 }
 
 std::vector<std::string> DumpTree(HKEY root, const std::wstring &path)
@@ -694,6 +726,14 @@ std::string Fill(std::string text, const std::vector<std::pair<std::string, std:
       }
    }
    return text;
+}
+
+std::vector<std::string> FillLines(std::vector<std::string> lines, const std::vector<std::pair<std::string, std::wstring>> &values)
+{
+   for (std::string &line : lines) {
+      line = Fill(line, values);
+   }
+   return lines;
 }
 
 std::vector<std::string> WithoutSystemText(std::vector<std::string> entries)

@@ -40,6 +40,7 @@ struct InstallResult {
 
 // The whole file, or empty when it can't be read.
 std::string ReadFileBytes(const std::wstring &path);
+// Creates or replaces the file; false if it can't be written whole.
 bool WriteFileBytes(const std::wstring &path, const std::string &bytes);
 
 // Paths inside the Wine prefix, as the test process sees them.
@@ -83,8 +84,13 @@ struct RegValue {
    std::vector<BYTE> data;
 };
 
-// A REG_SZ (or other string type) value as the platform stores it, terminator included.
+// A REG_SZ (or other string type) with its terminator, a REG_DWORD, or `size` bytes of
+// `fill`, as the platform stores them.
 RegValue TextValue(const std::wstring &name, const std::wstring &text, DWORD type = REG_SZ);
+RegValue DwordValue(const std::wstring &name, DWORD number);
+RegValue BinaryValue(const std::wstring &name, size_t size, BYTE fill);
+
+// Each creates the key (and the keys above it) when it is missing.
 bool WriteValue(HKEY root, const std::wstring &path, const RegValue &value);
 bool WriteString(HKEY root, const std::wstring &path, const std::wstring &name, const std::wstring &text);
 bool WriteDword(HKEY root, const std::wstring &path, const std::wstring &name, DWORD number);
@@ -92,9 +98,16 @@ bool CreateKey(HKEY root, const std::wstring &path);
 bool KeyExists(HKEY root, const std::wstring &path);
 std::optional<RegValue> ReadValue(HKEY root, const std::wstring &path, const std::wstring &name);
 void DeleteTree(HKEY root, const std::wstring &path);
+// Replaces the parts `what` of the key's descriptor with those the SDDL text gives; the SACL
+// needs SeSecurityPrivilege.
+bool SetKeySecurity(HKEY root, const std::wstring &path, const wchar_t *sddl,
+                    SECURITY_INFORMATION what = DACL_SECURITY_INFORMATION);
 
 // One line per key and value below `path`, depth first in enumeration order:
 //   "Client\Sub" for a key, "Client\Sub: Name = REG_SZ \"text\"" for a value.
+// Every byte shows: a string value with more zeros behind its terminator ends in " in N
+// bytes"; one without a terminator, or with text behind it, and a number of the wrong size,
+// are written as "type N hex:..." like any other data.
 std::vector<std::string> DumpTree(HKEY root, const std::wstring &path);
 
 // --- files, profiles and hives --------------------------------------------------------
@@ -134,6 +147,8 @@ std::vector<std::string> WithoutSystemText(std::vector<std::string> entries);
 
 // `text` with each placeholder (such as "%P") replaced by its value, every occurrence.
 std::string Fill(std::string text, const std::vector<std::pair<std::string, std::wstring>> &values);
+// Each line filled as Fill does.
+std::vector<std::string> FillLines(std::vector<std::string> lines, const std::vector<std::pair<std::string, std::wstring>> &values);
 
 std::string Narrow(const std::wstring &text);
 std::wstring Widen(const std::string &text);
