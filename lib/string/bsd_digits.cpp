@@ -43,37 +43,28 @@ constexpr int kMaxDigits = kDigitBufferSize - 1;
 // A double has at most this many digits before the point.
 constexpr int kMaxIntegerDigits = 309;
 
+// The exponent that std::to_chars writes behind the 'e' of its scientific form: a sign and
+// at least two digits. Read here because atoi goes through the locale-aware strtol.
+int ScientificExponent(const char *p)
+{
+   bool negative = *p == '-';
+   if (*p == '-' || *p == '+') {
+      p++;
+   }
+   int n = 0;
+   for (; *p >= '0' && *p <= '9'; p++) {
+      n = n * 10 + (*p - '0');
+   }
+   return negative ? -n : n;
+}
+
 // Decimal exponent of a finite, non-zero magnitude: the e in d.ddd * 10^e.
 int DigitsDecimalExponent(double magnitude)
 {
    char text[32];
    auto r = std::to_chars(text, text + sizeof text, magnitude, std::chars_format::scientific);
    *r.ptr = '\0';
-   return atoi(strchr(text, 'e') + 1);
-}
-
-// `count` significant digits. Returns the end of the digits.
-char *DigitsSignificant(char *out, double magnitude, int count, int *position)
-{
-   if (count < 1) {
-      count = 1;
-   } else if (count > kMaxDigits) {
-      count = kMaxDigits;
-   }
-   char text[kMaxDigits + 16];
-   auto r = std::to_chars(text, text + sizeof text, magnitude, std::chars_format::scientific,
-                          count - 1);
-   *r.ptr = '\0';
-   char *o = out;
-   const char *p = text;
-   for (; *p != 'e'; p++) {
-      if (*p != '.') {
-         *o++ = *p;
-      }
-   }
-   *o = '\0';
-   *position = atoi(p + 1) + 1;
-   return o;
+   return ScientificExponent(strchr(text, 'e') + 1);
 }
 
 #if defined(__SIZEOF_INT128__)
@@ -86,6 +77,14 @@ constexpr uint64_t kPowersOf5[kMaxExactFraction + 1] = {
    476837158203125ull, 2384185791015625ull, 11920928955078125ull, 59604644775390625ull,
    298023223876953125ull, 1490116119384765625ull, 7450580596923828125ull};
 
+// The bits of a non-negative double and its biased binary exponent, which is 0 for zero
+// and the subnormals: the exact conversions below leave those to the general path.
+int BiasedExponent(double magnitude, uint64_t *bits)
+{
+   memcpy(bits, &magnitude, sizeof *bits);
+   return static_cast<int>(*bits >> 52);
+}
+
 // `count` digits behind the point for the common case of a short fraction of a moderate
 // value, without the general conversion: value * 10^count is m * 5^count * 2^shift
 // exactly, and rounding that to an integer (ties to even, as the general path does) is
@@ -93,14 +92,10 @@ constexpr uint64_t kPowersOf5[kMaxExactFraction + 1] = {
 // the general path takes those.
 bool DigitsFixedExact(char *out, double magnitude, int count, int *position, char **end)
 {
-   if (count > kMaxExactFraction) {
-      return false;
-   }
    uint64_t bits;
-   memcpy(&bits, &magnitude, sizeof bits);
-   int biased = static_cast<int>(bits >> 52);
-   if (biased == 0) {
-      return false;  // zero and subnormals
+   int biased = BiasedExponent(magnitude, &bits);
+   if (count > kMaxExactFraction || biased == 0) {
+      return false;
    }
    uint64_t significand = (bits & ((uint64_t{1} << 52) - 1)) | (uint64_t{1} << 52);
    int shift = biased - 1075 + count;
@@ -132,8 +127,7 @@ bool DigitsFixedExact(char *out, double magnitude, int count, int *position, cha
    }
    char text[24];
    char *textEnd = text + sizeof text;
-   char *first = bsdfmt::UnsignedToText64<char>(rounded, textEnd, 10, false, nullptr, false,
-                                                '\0', nullptr);
+   char *first = bsdfmt::DecimalText64<char>(rounded, textEnd);
    size_t n = static_cast<size_t>(textEnd - first);
    memcpy(out, first, n);
    out[n] = '\0';
@@ -142,6 +136,80 @@ bool DigitsFixedExact(char *out, double magnitude, int count, int *position, cha
    return true;
 }
 #endif
+
+#if defined(__SIZEOF_INT128__)
+// Significant digits that the scaled integer above holds whatever they are.
+constexpr int kMaxExactSignificant = 19;
+constexpr int kExactPowersOf10 = 23;  // 10^0 to 10^22 are exact doubles
+constexpr double kPowersOf10[kExactPowersOf10] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                                  1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                                  1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+// `count` significant digits are the digits of the value with count - 1 - E digits behind
+// the point, E being its decimal exponent, so the exact fixed conversion above gives them
+// too. E is found on the way: the search starts from the decimal exponent of 2^b, b the
+// binary exponent, which is E or one below it (floor(b * log10(2)) is (b * 78913) >> 18 for
+// every b a double has), moved up where a comparison with an exact power of ten shows that
+// the value has reached it. While there are more than `count` digits, one digit less goes
+// behind the point. Below E there are always more; at E there are `count`, or `count` + 1
+// when they rounded up to 10^count, and then one step more gives 10^(count - 1) with the
+// position one higher, which is what the general conversion gives. False for what the
+// fixed conversion leaves to the general path.
+bool DigitsSignificantExact(char *out, double magnitude, int count, int *position, char **end)
+{
+   uint64_t bits;
+   int biased = BiasedExponent(magnitude, &bits);
+   if (count < 1 || count > kMaxExactSignificant || biased == 0) {
+      return false;
+   }
+   int start = ((biased - 1023) * 78913) >> 18;
+   // Where the next power of ten is exact as a double, one comparison tells whether E is
+   // above the start, and saves the round that would find it out.
+   if (start >= -1 && start + 1 < kExactPowersOf10 && magnitude >= kPowersOf10[start + 1]) {
+      start++;
+   }
+   for (int exponent = start; exponent <= start + 2; exponent++) {
+      int fraction = count - 1 - exponent;
+      if (fraction < 0 || !DigitsFixedExact(out, magnitude, fraction, position, end)) {
+         return false;
+      }
+      if (*end - out <= count) {
+         return *end - out == count;
+      }
+   }
+   return false;
+}
+#endif
+
+// `count` significant digits. Returns the end of the digits.
+char *DigitsSignificant(char *out, double magnitude, int count, int *position)
+{
+#if defined(__SIZEOF_INT128__)
+   char *exactEnd;
+   if (DigitsSignificantExact(out, magnitude, count, position, &exactEnd)) {
+      return exactEnd;
+   }
+#endif
+   if (count < 1) {
+      count = 1;
+   } else if (count > kMaxDigits) {
+      count = kMaxDigits;
+   }
+   char text[kMaxDigits + 16];
+   auto r = std::to_chars(text, text + sizeof text, magnitude, std::chars_format::scientific,
+                          count - 1);
+   *r.ptr = '\0';
+   char *o = out;
+   const char *p = text;
+   for (; *p != 'e'; p++) {
+      if (*p != '.') {
+         *o++ = *p;
+      }
+   }
+   *o = '\0';
+   *position = ScientificExponent(p + 1) + 1;
+   return o;
+}
 
 // `count` digits behind the decimal point, leading zeros dropped. Returns the end of the
 // digits.

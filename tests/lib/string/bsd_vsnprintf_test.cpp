@@ -248,6 +248,14 @@ TEST(BsdVsnprintf, LiteralRunsAroundConversionsAndCapacity)
       {FormatInto(200, "positions after literal text: %2$s %1$d", 5, "five"), 36,
        "positions after literal text: five 5"},
       {FormatInto(10, "%s literal", "abcdefgh"), 16, "abcdefgh "},
+      // Into a fixed buffer a field goes straight after what is pending, cut alike.
+      {FormatInto(4, "%08X", 0xBEEFu), 8, "000"},
+      {FormatInto(4, "x%08X", 0xBEEFu), 9, "x00"},
+      {FormatInto(3, "%-5d|", -42), 6, "-4"},
+      {FormatInto(200, "%+210.3d|", 7), 211, std::string(199, ' ')},
+      {FormatInto(300, "%#-20x%c", 255u, 'z'), 21, "0xff" + std::string(16, ' ') + "z"},
+      {FormatInto(5, "ab%.3f", 3.14159), 7, "ab3."},
+      {FormatInto(3, "%+.1e", 12.5), 8, "+1"},
    };
    for (const auto &r : rows) {
       EXPECT_EQ(r.got.result, r.result) << r.text;

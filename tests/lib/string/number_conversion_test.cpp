@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
@@ -78,6 +79,15 @@ TEST(DoubleToDigits, DigitsPositionAndSign)
       {-0.0, 2, 6, "", 1, 1},
       {9.9999, 2, 2, "1", 2, 0},
       {5e-324, 2, 3, "494", -323, 0},
+      // Significant digits by exact scaling: the exponent found from below, ties, carries.
+      {0.125, 2, 2, "12", 0, 0},
+      {99.5, 2, 2, "1", 3, 0},  // a tie that rounds up to the next power of ten
+      {9.96, 2, 2, "1", 2, 0},
+      {1000.0, 2, 1, "1", 4, 0},  // an exact power of ten
+      {9999.5, 2, 4, "1", 5, 0},
+      {0.001, 2, 3, "1", -2, 0},
+      {12345.678, 2, 6, "123457", 5, 0},
+      {1e300, 2, 6, "1", 301, 0},  // left to the general conversion
       {0.0, 3, 6, "", 0, 0},
       {0.001, 3, 2, "", -2, 0},
       {0.5, 3, 0, "", 0, 0},
@@ -117,10 +127,24 @@ Digits FixedDigitsFromText(double value, int count)
    return {s, position, 0};
 }
 
+// The same from the scientific text: `count` significant digits, the exponent read.
+Digits SignificantDigitsFromText(double value, int count)
+{
+   char text[512];
+   auto r = std::to_chars(text, text + sizeof text, value, std::chars_format::scientific, count - 1);
+   std::string s(text, r.ptr);
+   size_t e = s.find('e');
+   int position = std::stoi(s.substr(e + 1)) + 1;
+   s.erase(e);
+   s.erase(std::remove(s.begin(), s.end(), '.'), s.end());
+   s.erase(s.find_last_not_of('0') + 1);
+   return {s, position, 0};
+}
+
 // Ties on both sides of the even digit, values just below and above a tie in binary, the
 // 64-bit limit of the scaled value (1e19 fits, 2^64 does not), the largest fraction taken
 // exactly (27) and those beyond, left to the general conversion; both signs.
-TEST(DoubleToDigits, FixedDigitsMatchTheStandardLibrarysTextAtEveryCount)
+TEST(DoubleToDigits, FixedAndSignificantDigitsMatchTheStandardLibrarysText)
 {
    const double values[] = {
       0.125, 0.375, 3.5, 1e15 + 0.5, 4503599627370497.5, 2.675, 1.005, 0.0005, 0.1, 0.3, 123456789.125, 1e19,
@@ -138,6 +162,12 @@ TEST(DoubleToDigits, FixedDigitsMatchTheStandardLibrarysTextAtEveryCount)
          }
          Digits negative = ToDigits(-v, 3, count);
          EXPECT_EQ(negative.digits, got.digits) << -v << " to " << count;
+         if (count >= 1 && count <= 25) {
+            Digits significant = ToDigits(v, 2, count);
+            Digits text = SignificantDigitsFromText(v, count);
+            EXPECT_EQ(significant.digits, text.digits) << v << " to " << count << " digits";
+            EXPECT_EQ(significant.position, text.position) << v << " to " << count << " digits";
+         }
       }
    }
 }
