@@ -1,5 +1,5 @@
-// The custom actions' frame inside a real install: the marker, CustomActionData, the result
-// codes msi sees and the trace lines around each action.
+// The custom actions' frame inside a real install: CustomActionData, the result codes msi
+// sees and the trace lines around each action.
 #include "ScenarioFixture.h"
 
 #include <algorithm>
@@ -7,30 +7,6 @@
 namespace {
 
 using Lines = std::vector<std::string>;
-
-TEST_F(InstallScenario, MarkerSetMakesEveryActionStandDown)
-{
-   SetMarker(1);
-   const std::wstring extracted = scenario::TempDirectory() + L"vtrMigrateConf.xml";
-   DeleteFileW(extracted.c_str());
-   const auto result = Install();
-
-   EXPECT_TRUE(result.actions.at(L"ExtractMigrConfig").ran);
-   EXPECT_EQ(result.actions.at(L"ExtractMigrConfig").code, 0u);
-   EXPECT_EQ(result.propertiesSet.count(L"MigrateConfigFilepath"), 0u) << "the path must stay unset";
-   EXPECT_EQ(GetFileAttributesW(extracted.c_str()), INVALID_FILE_ATTRIBUTES) << "nothing extracted";
-   // Without a path the package's conditions keep the deferred actions out, and the install
-   // (a repair or a later upgrade, typically) succeeds.
-   EXPECT_EQ(result.actions.count(L"MigrateVantoraSvc"), 0u);
-   EXPECT_EQ(result.actions.count(L"MigrateVantoraUser"), 0u);
-   EXPECT_EQ(result.msiexecExitCode, 0u);
-
-   EXPECT_EQ(result.logEntries, (Lines{
-                                   "INFO Enter function: ExtractMigrConfig.",
-                                   "INFO Migration has already been performed; exiting.",
-                                   "INFO Leave function: ExtractMigrConfig.",
-                                }));
-}
 
 TEST_F(InstallScenario, CustomActionDataLongerThanTheBufferFailsTheServiceAction)
 {

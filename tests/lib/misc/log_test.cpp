@@ -87,6 +87,18 @@ TEST(Log, RingKeepsTheNewestRecords)
    for (const Record &r : ring) {
       EXPECT_EQ(r.text, std::to_string(expected++) + "\n");
    }
+   // A record that would take the ring's last free byte (of 65536) makes room first.
+   const auto freeBytes = [] {
+      size_t used = 0;
+      for (const Record &r : Ring()) used += 2 + sizeof(LogHeader) + r.text.size();
+      return 65536 - used;
+   };
+   while (freeBytes() < sizeof(LogHeader) + 3) {
+      Log("f\n");
+   }
+   const size_t records = Ring().size();
+   Log("%s\n", std::string(freeBytes() - sizeof(LogHeader) - 3, 'x').c_str());
+   EXPECT_EQ(Ring().size(), records);
 }
 
 std::vector<std::string> seen;

@@ -59,6 +59,8 @@ TEST(MsgFmt, ParseAndFormatByPosition)
       // A text the error layer handed out becomes a system error; an equal copy stays a string.
       {Parsed("%s %s", nullptr, ErrText_Of(5), std::string(ErrText_Of(5)).c_str()),
        "96|" + std::string(ErrText_Of(5)) + " " + ErrText_Of(5)},
+      {Parsed("%lld", nullptr, int64_t{1} << 40), "2|1099511627776"},
+      {Parsed("%0$d", nullptr, 1), "MsgFmt_GetArgs: error in format string"},
       {Parsed("%1$s %d", nullptr), "MsgFmt_GetArgs: error in format string"},
       {Parsed("%2$s", nullptr), "MsgFmt_GetArgs: gap in arguments at position 1"},
       {Parsed("%d %1$d", nullptr), "MsgFmt_GetArgs: error in format string"},

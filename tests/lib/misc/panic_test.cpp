@@ -218,6 +218,7 @@ TEST(PanicDeathTest, ExitCodesAndChannels)
       {WatchDebugger, "one %s\n", "\xC3\xA9", kFirstPanicExit, "one \xC3\xA9\n[debugger]one \xC3\xA9\n"},
       {PanicWhileEnding<1>, "one\n", "", 1, "one\ntwo\nPanic loop\n"},
       {PanicWhileEnding<2>, "one\n", "", 1, "one\ntwo\nPanic loop\nthree\nPanic loop\n"},
+      {[] { PanicWhileEnding<1>(); Log_SetLevels(0, 5, 1); }, "one\n", "", 1, "one\nPANIC: one\ntwo\nPANIC: two\nPanic loop\nPanic loop\n"},
 #if defined(_WIN32)
       {[] { coreDumpPlatform.commitSetting = []() -> bool { Panic("in dump\n"); }; }, "one\n",
        "", 1, "one\nin dump\nPanic loop\n"},
