@@ -151,8 +151,10 @@ def build(presets_targets, log):
     return True
 
 
-def run_tests(specs, log):
-    """The first test that fails (or hangs), or None when all pass."""
+def run_tests(specs, log, baseline=False):
+    """The first test that fails (or hangs), or None when all pass. On the unmutated tree a
+    gtest filter that selects no case counts as failing: it would let every mutant survive
+    without running anything."""
     for spec in specs:
         preset, name, gtest_filter = split_test(spec)
         env = dict(os.environ)
@@ -161,9 +163,18 @@ def run_tests(specs, log):
         # The wineserver is started once for the whole run, so the fixtures stay out.
         command = ["ctest", "--test-dir", f"build/{preset}", "-R", f"^{name}$", "-FA", ".*",
                    "--output-on-failure"]
+        checked = baseline and gtest_filter
+        if checked:
+            command.append("-V")
+        start = log.stat().st_size
         status = run(command, log, env=env, timeout=TEST_TIMEOUT)
         if status != 0:
             return spec + (" (timed out)" if status is None else "")
+        if checked:
+            with open(log, errors="replace") as out:
+                out.seek(start)
+                if "[==========] 0 tests from" in out.read():
+                    return spec + " (its filter selects no test)"
     return None
 
 
@@ -219,7 +230,7 @@ def main():
         if not build(targets_of(specs), log):
             say(f"the unmutated tree does not build; see {log}")
             return 2
-        failing = run_tests(specs, log)
+        failing = run_tests(specs, log, baseline=True)
         if failing:
             say(f"{failing} fails without a mutant; see {log}")
             return 2
