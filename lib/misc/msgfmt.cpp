@@ -453,20 +453,20 @@ int MsgFmtFormatSpec(void *clientData, const char *pos, size_t posLength, const 
    if (wanted <= 0 || !MsgFmtTypeFits(arg->type, wanted)) {
       return -2;
    }
-   // The specifier again, without its position, with the size the stored value has.
-   char spec[64];
+   // The directive again, without its position, with the size the stored value has.
+   char directive[64];
    size_t n = 0;
-   spec[n++] = '%';
+   directive[n++] = '%';
    for (int i = 0; i < 6; i++) {
       if ((flags & (1 << i)) != 0) {
-         spec[n++] = "#0- +'"[i];
+         directive[n++] = "#0- +'"[i];
       }
    }
    if (width > 0) {
-      n += static_cast<size_t>(Str_Snprintf(spec + n, sizeof spec - n, "%d", width));
+      n += static_cast<size_t>(Str_Snprintf(directive + n, sizeof directive - n, "%d", width));
    }
    if (precision >= 0) {
-      n += static_cast<size_t>(Str_Snprintf(spec + n, sizeof spec - n, ".%d", precision));
+      n += static_cast<size_t>(Str_Snprintf(directive + n, sizeof directive - n, ".%d", precision));
    }
    const char *size = wanted == MSGFMT_ARG_INT64 ? "I64"
                       : wanted != MSGFMT_ARG_INT32 ? ""
@@ -476,7 +476,7 @@ int MsgFmtFormatSpec(void *clientData, const char *pos, size_t posLength, const 
                                       : "";
    // The engine's argument pass reserves no slot for %F: its text is that of %f, in upper
    // case where it is a word.
-   Str_Snprintf(spec + n, sizeof spec - n, "%s%c", size,
+   Str_Snprintf(directive + n, sizeof directive - n, "%s%c", size,
                 wanted == MSGFMT_ARG_STRING16 ? 'S' : wanted == MSGFMT_ARG_STRING8 ? 's'
                 : conversion == 'F'           ? 'f'
                                               : conversion);
@@ -484,16 +484,16 @@ int MsgFmtFormatSpec(void *clientData, const char *pos, size_t posLength, const 
    int status;
    switch (wanted) {
    case MSGFMT_ARG_INT32:
-      status = MsgFmtAppendValue(out, spec, arg->v.signed32);
+      status = MsgFmtAppendValue(out, directive, arg->v.signed32);
       break;
    case MSGFMT_ARG_INT64:
-      status = MsgFmtAppendValue(out, spec, arg->v.signed64);
+      status = MsgFmtAppendValue(out, directive, arg->v.signed64);
       break;
    case MSGFMT_ARG_PTR:
-      status = MsgFmtAppendValue(out, spec, arg->v.ptr);
+      status = MsgFmtAppendValue(out, directive, arg->v.ptr);
       break;
    case MSGFMT_ARG_FLOAT64:
-      status = MsgFmtAppendValue(out, spec, arg->v.float64);
+      status = MsgFmtAppendValue(out, directive, arg->v.float64);
       if (status == 0 && conversion == 'F' && !std::isfinite(arg->v.float64)) {
          for (size_t i = start; i < out->text.size; i++) {
             out->text.data[i] = static_cast<char>(toupper(static_cast<unsigned char>(out->text.data[i])));
@@ -506,11 +506,11 @@ int MsgFmtFormatSpec(void *clientData, const char *pos, size_t posLength, const 
       if (text != nullptr && strncmp(text, "@&!*@*@(", 8) == 0 && strchr(text, ')') != nullptr) {
          text = strchr(text, ')') + 1;
       }
-      status = MsgFmtAppendValue(out, spec, text);
+      status = MsgFmtAppendValue(out, directive, text);
       break;
    }
    default:
-      status = MsgFmtAppendValue(out, spec, arg->v.string16);
+      status = MsgFmtAppendValue(out, directive, arg->v.string16);
    }
    return status;
 }

@@ -115,8 +115,8 @@ class Applied:
         return False
 
 
-def split_test(spec):
-    preset, _, rest = spec.partition("/")
+def split_test(entry):
+    preset, _, rest = entry.partition("/")
     name, _, gtest_filter = rest.partition(":")
     return preset, name, gtest_filter
 
@@ -151,12 +151,12 @@ def build(presets_targets, log):
     return True
 
 
-def run_tests(specs, log, baseline=False):
+def run_tests(entries, log, baseline=False):
     """The first test that fails (or hangs), or None when all pass. On the unmutated tree a
     gtest filter that selects no case counts as failing: it would let every mutant survive
     without running anything."""
-    for spec in specs:
-        preset, name, gtest_filter = split_test(spec)
+    for entry in entries:
+        preset, name, gtest_filter = split_test(entry)
         env = dict(os.environ)
         if gtest_filter:
             env["GTEST_FILTER"] = gtest_filter
@@ -169,19 +169,19 @@ def run_tests(specs, log, baseline=False):
         start = log.stat().st_size
         status = run(command, log, env=env, timeout=TEST_TIMEOUT)
         if status != 0:
-            return spec + (" (timed out)" if status is None else "")
+            return entry + (" (timed out)" if status is None else "")
         if checked:
             with open(log, errors="replace") as out:
                 out.seek(start)
                 if "[==========] 0 tests from" in out.read():
-                    return spec + " (its filter selects no test)"
+                    return entry + " (its filter selects no test)"
     return None
 
 
-def targets_of(specs):
+def targets_of(entries):
     presets_targets = {}
-    for spec in specs:
-        preset, name, _ = split_test(spec)
+    for entry in entries:
+        preset, name, _ = split_test(entry)
         presets_targets.setdefault(preset, set()).add(target_of(name))
     return presets_targets
 
@@ -219,18 +219,18 @@ def main():
         lines.append(line)
         report.write_text("\n".join(lines) + "\n")
 
-    specs = sorted({spec for m in mutants for spec in m.tests})
-    wine = "windows" in targets_of(specs)
+    entries = sorted({entry for m in mutants for entry in m.tests})
+    wine = "windows" in targets_of(entries)
     prefix = ROOT / "build" / "windows" / "wineprefix"
     if wine:
         run([str(ROOT / "tools" / "wine-run"), str(prefix), "--start"], log)
     counts = {"killed": 0, "survived": 0, "invalid": 0}
     try:
         # The unmutated tree first: a test that fails without a mutant proves nothing.
-        if not build(targets_of(specs), log):
+        if not build(targets_of(entries), log):
             say(f"the unmutated tree does not build; see {log}")
             return 2
-        failing = run_tests(specs, log, baseline=True)
+        failing = run_tests(entries, log, baseline=True)
         if failing:
             say(f"{failing} fails without a mutant; see {log}")
             return 2
