@@ -1,5 +1,7 @@
 #include "registry/KeyMigration.h"
 
+#include <cstring>
+
 #include "HandleGuards.h"
 #include "log/MigrationLog.h"
 #include "registry/ValueMigration.h"
@@ -115,6 +117,50 @@ void ReadKeyDescriptor(HKEY key, KeyDescriptor &descriptor)
    descriptor.data = descriptor.block.get();
 }
 
+// Copied descriptors that new children of one destination key were created with and that
+// the walk's own open of such a child then accepted. A sibling created under the same parent
+// with the same bytes ends up with the same descriptor, so the open would be accepted again:
+// its creation handle is used instead, which spares an open and a close for nearly every
+// key of a tree. Anything not known to be accepted is still opened, and refused, as before.
+class AcceptedDescriptors
+{
+public:
+   bool Contains(const KeyDescriptor &descriptor) const
+   {
+      if (descriptor.data == nullptr) {
+         return false;
+      }
+      const DWORD length = GetSecurityDescriptorLength(descriptor.data);
+      for (const std::vector<BYTE> &bytes : accepted_) {
+         if (bytes.size() == length && memcmp(bytes.data(), descriptor.data, length) == 0) {
+            return true;
+         }
+      }
+      return false;
+   }
+   void Add(std::vector<BYTE> bytes)
+   {
+      // Siblings mostly share one descriptor; a parent with many different ones just
+      // stops remembering.
+      if (!bytes.empty() && accepted_.size() < MaxRemembered) {
+         accepted_.push_back(std::move(bytes));
+      }
+   }
+
+private:
+   static constexpr size_t MaxRemembered = 8;
+   std::vector<std::vector<BYTE>> accepted_;
+};
+
+std::vector<BYTE> DescriptorBytes(const KeyDescriptor &descriptor)
+{
+   if (descriptor.data == nullptr) {
+      return {};
+   }
+   const BYTE *bytes = static_cast<const BYTE *>(descriptor.data);
+   return std::vector<BYTE>(bytes, bytes + GetSecurityDescriptorLength(descriptor.data));
+}
+
 void LogDescriptorFailure(const KeyDescriptor &descriptor, const std::wstring &path)
 {
    switch (descriptor.failure) {
@@ -161,12 +207,15 @@ LONG CreateKeyWithDescriptor(HKEY root, const std::wstring &path, PSECURITY_DESC
 // The creation asks for more than reading (SegmentCreateAccess), so an existing key that it
 // opens would have opened for reading too: that is the existing key of the look-first
 // order, and the handle has every right the walk writes with. A creation that fails says
-// nothing about existence, and the look is made after all. A key that it creates is not
-// handed on: Windows gives the creator the access it asked for whatever the new descriptor
-// says, and a copied descriptor that denies the installing account must still make the
-// walk's own open of the key fail.
+// nothing about existence, and the look is made after all. A key that it creates is handed
+// on only when a sibling with the same copied descriptor has been accepted: Windows gives the
+// creator the access it asked for whatever the new descriptor says, and a copied descriptor
+// that denies the installing account must still make the walk's own open of the key fail.
+// Otherwise `unverified` receives the new key's descriptor, for the caller to remember once
+// its open has been accepted.
 bool EnsureSingleSegmentKey(HKEY securitySource, const std::wstring &sourcePath, HKEY destRoot,
-                            const std::wstring &destPath, UniqueHkey &existing)
+                            const std::wstring &destPath, const AcceptedDescriptors *siblings,
+                            UniqueHkey &existing, std::vector<BYTE> &unverified)
 {
    KeyDescriptor leaf;
    ReadKeyDescriptor(securitySource, leaf);
@@ -177,6 +226,13 @@ bool EnsureSingleSegmentKey(HKEY securitySource, const std::wstring &sourcePath,
       LogExistingDestination(destPath);
       existing = std::move(key);
       return true;
+   }
+   if (result == ERROR_SUCCESS && siblings != nullptr) {
+      if (siblings->Contains(leaf)) {
+         existing = std::move(key);
+      } else {
+         unverified = DescriptorBytes(leaf);
+      }
    }
    if (result != ERROR_SUCCESS && KeyExists(destRoot, destPath)) {
       LogExistingDestination(destPath);
@@ -193,13 +249,16 @@ bool EnsureSingleSegmentKey(HKEY securitySource, const std::wstring &sourcePath,
 }
 
 // `securitySource` is the source key opened for its security, null when it couldn't be.
-// `existing` receives a writable handle when the destination turned out to exist already.
+// `existing` receives a writable handle when the destination turned out to exist already,
+// or was created like a sibling that was accepted; `siblings` and `unverified` as for
+// EnsureSingleSegmentKey, unused for a path of several segments.
 bool EnsureDestination(HKEY securitySource, const std::wstring &sourcePath, HKEY destRoot,
-                       const std::wstring &destPath, UniqueHkey &existing)
+                       const std::wstring &destPath, const AcceptedDescriptors *siblings, UniqueHkey &existing,
+                       std::vector<BYTE> &unverified)
 {
    if (defaultKeySecurityDescriptor != nullptr && !destPath.empty() &&
        destPath.find(L'\\') == std::wstring::npos) {
-      return EnsureSingleSegmentKey(securitySource, sourcePath, destRoot, destPath, existing);
+      return EnsureSingleSegmentKey(securitySource, sourcePath, destRoot, destPath, siblings, existing, unverified);
    }
    if (KeyExists(destRoot, destPath)) {
       LogExistingDestination(destPath);
@@ -278,12 +337,40 @@ bool EnsureDestinationKey(HKEY sourceRoot, const std::wstring &sourcePath, HKEY 
    UniqueHkey source;
    RegOpenKeyExW(sourceRoot, sourcePath.c_str(), 0, KEY_READ | ACCESS_SYSTEM_SECURITY, source.put());
    UniqueHkey existing;
-   return EnsureDestination(source.get(), sourcePath, destRoot, destPath, existing);
+   std::vector<BYTE> unverified;
+   return EnsureDestination(source.get(), sourcePath, destRoot, destPath, nullptr, existing, unverified);
 }
 
-void MigrateKeyTree(HKEY sourceParent, HKEY destParent, const std::wstring &sourcePath, const std::wstring &destPath,
-                    const std::wstring &action, const std::vector<RegistrySubKeyRule> &subKeyRules,
-                    const std::vector<RegistryValueRule> &valueRules)
+namespace {
+
+// Whether one of two key paths below the same root is the other or lies below it: a walk
+// from one then writes into the tree it reads. Compared as the registry compares names. A
+// registry link inside either path escapes this; rules name vendor keys, which have none.
+bool PathsNest(const std::wstring &first, const std::wstring &second)
+{
+   const auto trimmed = [](const std::wstring &path) {
+      const size_t end = path.find_last_not_of(L'\\');
+      return end == std::wstring::npos ? std::wstring() : path.substr(0, end + 1);
+   };
+   std::wstring shorter = trimmed(first);
+   std::wstring longer = trimmed(second);
+   if (shorter.size() > longer.size()) {
+      shorter.swap(longer);
+   }
+   if (shorter.empty()) {
+      return true;
+   }
+   return CompareStringOrdinal(shorter.c_str(), static_cast<int>(shorter.size()), longer.c_str(),
+                               static_cast<int>(shorter.size()), TRUE) == CSTR_EQUAL &&
+          (longer.size() == shorter.size() || longer[shorter.size()] == L'\\');
+}
+
+// `siblings`: what the walk knows about new children of `destParent`; null for a rule's key.
+// `sourceStable`: nothing the walk writes lands in the source tree, so a key's counts, read
+// once, stand for its whole walk.
+void WalkKeyTree(HKEY sourceParent, HKEY destParent, const std::wstring &sourcePath, const std::wstring &destPath,
+                 const std::wstring &action, const std::vector<RegistrySubKeyRule> &subKeyRules,
+                 const std::vector<RegistryValueRule> &valueRules, AcceptedDescriptors *siblings, bool sourceStable)
 {
    // Opened for its security as well, so that a destination that has to be created takes
    // the source's descriptor through this handle rather than through a second open of the
@@ -301,41 +388,68 @@ void MigrateKeyTree(HKEY sourceParent, HKEY destParent, const std::wstring &sour
    }
 
    UniqueHkey destination;
-   if (!EnsureDestination(securitySource, sourcePath, destParent, destPath, destination)) {
+   std::vector<BYTE> unverified;
+   if (!EnsureDestination(securitySource, sourcePath, destParent, destPath, siblings, destination, unverified)) {
       LogMessage(LogLevelError, "Failed to create destination registry key %S.", destPath.c_str());
       return;
    }
-   if (!destination && registryPlatform.RegCreateKeyExW(destParent, destPath.c_str(), 0, nullptr,
-                                                        REG_OPTION_NON_VOLATILE, DestinationAccess, nullptr,
-                                                        destination.put(), nullptr) != ERROR_SUCCESS) {
-      LogMessage(LogLevelError, "Failed to open destinition registry key %S, ignore...", destPath.c_str());
-      return;
+   if (!destination) {
+      if (registryPlatform.RegCreateKeyExW(destParent, destPath.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                           DestinationAccess, nullptr, destination.put(), nullptr) != ERROR_SUCCESS) {
+         LogMessage(LogLevelError, "Failed to open destinition registry key %S, ignore...", destPath.c_str());
+         return;
+      }
+      if (siblings != nullptr) {
+         siblings->Add(std::move(unverified));
+      }
+   }
+
+   // One request for both counts, where finding the end of the values and of the children
+   // takes one each. Unknown counts, or a source the walk may add to, are walked until a
+   // call fails.
+   DWORD subKeyCount = MAXDWORD;
+   DWORD valueCount = MAXDWORD;
+   if (sourceStable && RegQueryInfoKeyW(source.get(), nullptr, nullptr, nullptr, &subKeyCount, nullptr, nullptr,
+                                        &valueCount, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+      subKeyCount = MAXDWORD;
+      valueCount = MAXDWORD;
    }
 
    // A key exists and holds its values before any of its children is visited.
-   MigrateKeyValues(source.get(), destination.get(), valueRules, action);
+   MigrateKeyValues(source.get(), destination.get(), valueRules, action, valueCount);
 
    static const std::vector<RegistrySubKeyRule> noSubKeyRules;
    static const std::vector<RegistryValueRule> noValueRules;
+   AcceptedDescriptors children;
    wchar_t name[KeyNameBufferChars];
    // The source is only read during the walk, so increasing indices stay stable. Any
    // failure of the enumeration, a name too long included, ends it quietly.
-   for (DWORD index = 0;; ++index) {
+   for (DWORD index = 0; index < subKeyCount; ++index) {
       DWORD nameLength = KeyNameBufferChars;
       if (RegEnumKeyExW(source.get(), index, name, &nameLength, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
          break;
       }
       const RegistrySubKeyRule *rule = FindSubKeyRule(subKeyRules, name, nameLength);
       if (rule != nullptr) {
-         MigrateKeyTree(source.get(), destination.get(), rule->SourcePath, rule->DestPath, rule->Action, rule->SubKeys,
-                        rule->Values);
+         WalkKeyTree(source.get(), destination.get(), rule->SourcePath, rule->DestPath, rule->Action, rule->SubKeys,
+                     rule->Values, &children, sourceStable);
       } else {
          // A child that no rule names goes across under its own name, with the action of
          // the key around it.
          const std::wstring childName(name, nameLength);
-         MigrateKeyTree(source.get(), destination.get(), childName, childName, action, noSubKeyRules, noValueRules);
+         WalkKeyTree(source.get(), destination.get(), childName, childName, action, noSubKeyRules, noValueRules,
+                     &children, sourceStable);
       }
    }
+}
+
+} // namespace
+
+void MigrateKeyTree(HKEY sourceParent, HKEY destParent, const std::wstring &sourcePath, const std::wstring &destPath,
+                    const std::wstring &action, const std::vector<RegistrySubKeyRule> &subKeyRules,
+                    const std::vector<RegistryValueRule> &valueRules)
+{
+   WalkKeyTree(sourceParent, destParent, sourcePath, destPath, action, subKeyRules, valueRules, nullptr, false);
 }
 
 void MigrateRegistryKeyRule(HKEY rootKey, const std::wstring &securityPrefix, const RegistryKeyRule &rule)
@@ -355,5 +469,6 @@ void MigrateRegistryKeyRule(HKEY rootKey, const std::wstring &securityPrefix, co
 
    DefaultDescriptorScope scope(descriptor);
    const RegistrySubKeyRule &key = rule.Key;
-   MigrateKeyTree(rootKey, rootKey, key.SourcePath, key.DestPath, key.Action, key.SubKeys, key.Values);
+   WalkKeyTree(rootKey, rootKey, key.SourcePath, key.DestPath, key.Action, key.SubKeys, key.Values, nullptr,
+               !PathsNest(key.SourcePath, key.DestPath));
 }

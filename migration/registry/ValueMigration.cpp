@@ -163,7 +163,7 @@ void ApplyValueAction(HKEY destination, const std::wstring &oldName, const std::
 }
 
 void MigrateKeyValues(HKEY source, HKEY destination, const std::vector<RegistryValueRule> &valueRules,
-                      const std::wstring &keyAction)
+                      const std::wstring &keyAction, DWORD valueCount)
 {
    wchar_t name[ValueNameBufferChars];
    BYTE data[ValueDataBufferBytes];
@@ -172,7 +172,7 @@ void MigrateKeyValues(HKEY source, HKEY destination, const std::vector<RegistryV
    // ERROR_MORE_DATA, and that ends the walk of this key: the values after it stay behind.
    // Installers have always seen that limit; a retry with a bigger buffer would change
    // what a run migrates.
-   for (DWORD index = 0;; ++index) {
+   for (DWORD index = 0; index < valueCount; ++index) {
       DWORD nameLength = ValueNameBufferChars;
       DWORD dataLength = ValueDataBufferBytes;
       DWORD type = 0;

@@ -9,9 +9,10 @@
 
 // Copies the values of `source` to `destination`. A value named by a rule follows that
 // rule's Action; every other value follows `keyAction`. `source` needs query access,
-// `destination` set and query access.
+// `destination` set and query access. `valueCount`, when the caller knows that nothing
+// adds values to `source` meanwhile, spares asking for the value after the last.
 void MigrateKeyValues(HKEY source, HKEY destination, const std::vector<RegistryValueRule> &valueRules,
-                      const std::wstring &keyAction);
+                      const std::wstring &keyAction, DWORD valueCount = MAXDWORD);
 
 // Writes one value unless `action` says otherwise; the target name is `newName`, or
 // `oldName` when that is empty.

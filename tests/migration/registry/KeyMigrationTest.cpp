@@ -146,6 +146,21 @@ TEST_F(KeyMigrationTest, TreeWalk)
    }
 }
 
+// A rule that writes into its own source, named in any case, walks the key it added there
+// (Z, after B) too.
+TEST_F(KeyMigrationTest, RuleIntoItsOwnSourceWalksWhatItAdds)
+{
+   for (const std::wstring &dest : {Source, std::wstring(L"SOFTWARE\\ELDRIX, INC.\\CLIENT\\")}) {
+      EXPECT_EQ(Migrate(Machine, Vendor, Rule(Source, dest, L"Overwrite", {{L"A", L"Z", L"Overwrite", {}, {}}})),
+                (Lines{"INFO The destination key " + scenario::Narrow(dest) + " exists, ignore and continue.",
+                       "INFO Migrated v1 to v1.", "INFO Migrated a to a.", "INFO Migrated deep to deep.",
+                       "INFO The destination key B exists, ignore and continue.", "INFO Migrated b to b.",
+                       "INFO The destination key Z exists, ignore and continue.", "INFO Migrated a to a.",
+                       "INFO The destination key A1 exists, ignore and continue.", "INFO Migrated deep to deep."}));
+      scenario::DeleteTree(Machine, Source + L"\\Z");
+   }
+}
+
 TEST_F(KeyMigrationTest, ChildOfTheLongestNameIsWalked)
 {
    const std::wstring name(255, L'k');
@@ -252,22 +267,29 @@ LONG WINAPI CreateApplyingDescriptor(HKEY root, LPCWSTR path, DWORD reserved, LP
    return result;
 }
 
-// The creator of a key may use it whatever its new descriptor says; the walk may not.
+// The creator of a key may use it whatever its new descriptor says; the walk may not. A
+// sibling accepted before (A) vouches only for its own descriptor, of the same length as the
+// refusing one, and a refusal (B) for none.
 TEST_F(KeyMigrationTest, NewKeyWhoseCopiedDescriptorRefusesWritingIsLeftEmpty)
 {
    EnableSecurityPrivilege(true);
-   ASSERT_TRUE(scenario::SetKeySecurity(Machine, Source + L"\\A", L"D:P(A;;KR;;;WD)"));
+   scenario::WriteValue(Machine, Source + L"\\C", DwordValue(L"c", 5));
+   for (const wchar_t *child : {L"\\A", L"\\B", L"\\C"}) {
+      const wchar_t *dacl = child[1] == L'A' ? L"D:P(A;;KA;;;WD)" : L"D:P(A;;KR;;;WD)";
+      ASSERT_TRUE(scenario::SetKeySecurity(Machine, Source + child, dacl));
+   }
    const RegistryPlatformCalls saved = registryPlatform;
    registryPlatform.RegCreateKeyExW = CreateApplyingDescriptor;
    const Lines log = Migrate(Machine, Vendor, Rule(Source, Dest, L"Overwrite"));
    registryPlatform = saved;
 
-   EXPECT_EQ(log, (Lines{"INFO Migrated v1 to v1.", "ERRO Failed to open destinition registry key A, ignore...",
-                         "INFO Migrated b to b."}));
+   EXPECT_EQ(log, (Lines{"INFO Migrated v1 to v1.", "INFO Migrated a to a.", "INFO Migrated deep to deep.",
+                         "ERRO Failed to open destinition registry key B, ignore...",
+                         "ERRO Failed to open destinition registry key C, ignore..."}));
    // The refused key stands, empty, with the source's descriptor.
-   EXPECT_EQ(DumpTree(Machine, Dest + L"\\A"), Lines{"A"});
+   EXPECT_EQ(DumpTree(Machine, Dest + L"\\B"), Lines{"B"});
    UniqueHkey key;
-   ASSERT_EQ(RegOpenKeyExW(Machine, (Dest + L"\\A").c_str(), 0, READ_CONTROL, key.put()), ERROR_SUCCESS);
+   ASSERT_EQ(RegOpenKeyExW(Machine, (Dest + L"\\B").c_str(), 0, READ_CONTROL, key.put()), ERROR_SUCCESS);
    std::vector<BYTE> descriptor(1024);
    DWORD size = static_cast<DWORD>(descriptor.size());
    ASSERT_EQ(RegGetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor.data(), &size), ERROR_SUCCESS);
@@ -276,7 +298,7 @@ TEST_F(KeyMigrationTest, NewKeyWhoseCopiedDescriptorRefusesWritingIsLeftEmpty)
                                                                     DACL_SECURITY_INFORMATION, &sddl, nullptr));
    EXPECT_EQ(std::wstring(sddl), L"D:P(A;;KR;;;WD)");
    LocalFree(sddl);
-   for (const std::wstring &path : {Source + L"\\A", Dest + L"\\A"}) {
+   for (const std::wstring &path : {Source + L"\\B", Source + L"\\C", Dest + L"\\B", Dest + L"\\C"}) {
       EXPECT_TRUE(scenario::SetKeySecurity(Machine, path, L"D:P(A;;KA;;;WD)"));
    }
 }
