@@ -422,8 +422,9 @@ void WalkKeyTree(HKEY sourceParent, HKEY destParent, const std::wstring &sourceP
    static const std::vector<RegistryValueRule> noValueRules;
    AcceptedDescriptors children;
    wchar_t name[KeyNameBufferChars];
-   // The source is only read during the walk, so increasing indices stay stable. Any
-   // failure of the enumeration, a name too long included, ends it quietly.
+   // Unless the rule writes into its own source, the walk only reads it, so increasing
+   // indices stay stable. Any failure of the enumeration, a name too long included, ends
+   // it quietly.
    for (DWORD index = 0; index < subKeyCount; ++index) {
       DWORD nameLength = KeyNameBufferChars;
       if (RegEnumKeyExW(source.get(), index, name, &nameLength, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
