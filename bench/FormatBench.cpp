@@ -1,8 +1,10 @@
 // Str_Snprintf against glibc snprintf, stb_sprintf and {fmt} on the same mix of conversions.
-// Rows are named "<case>/<formatter>"; bench/run.sh turns them into Str_Snprintf/glibc ratios.
+// One row per case; bench/run.sh prints its counters: each formatter's time per call and the
+// ratios of ours to the others.
 
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -27,45 +29,64 @@ T Launder(T value)
    return value;
 }
 
+// The machine's speed wanders by as much as two to one within a second, so times taken at
+// different moments can't be compared. Each case is therefore one benchmark whose iteration
+// runs a block of calls of every formatter in turn, the first one rotating, and times each
+// block; a repetition reports every formatter's time per call and ours over each of the
+// others, all from the same stretch of time.
+constexpr int kFormatters = 4;
+constexpr int kBlockCalls = 256;
+constexpr const char *kFormatterNames[kFormatters] = {"Str_Snprintf", "glibc", "stb", "fmt"};
+
 template <typename... Args>
 void RegisterCase(const char *name, const char *printfFormat,
                   fmt::format_string<Args...> fmtFormat, Args... args)
 {
-   std::string base(name);
-   benchmark::RegisterBenchmark((base + "/Str_Snprintf").c_str(),
-                                [=](benchmark::State &state) {
-                                   char buffer[256];
-                                   for (auto _ : state) {
-                                      int n = Str_Snprintf(buffer, sizeof buffer,
-                                                           Launder(printfFormat),
-                                                           Launder(args)...);
-                                      benchmark::DoNotOptimize(n);
-                                      benchmark::ClobberMemory();
-                                   }
-                                });
-   benchmark::RegisterBenchmark((base + "/glibc").c_str(), [=](benchmark::State &state) {
+   benchmark::RegisterBenchmark(name, [=](benchmark::State &state) {
       char buffer[256];
+      auto block = [&](int formatter) {
+         for (int i = 0; i < kBlockCalls; i++) {
+            int n = 0;
+            switch (formatter) {
+            case 0:
+               n = Str_Snprintf(buffer, sizeof buffer, Launder(printfFormat), Launder(args)...);
+               break;
+            case 1:
+               n = std::snprintf(buffer, sizeof buffer, Launder(printfFormat), Launder(args)...);
+               break;
+            case 2:
+               n = stbsp_snprintf(buffer, sizeof buffer, Launder(printfFormat), Launder(args)...);
+               break;
+            default: {
+               auto result =
+                  fmt::format_to_n(buffer, sizeof buffer - 1, fmtFormat, Launder(args)...);
+               *result.out = '\0';
+               n = static_cast<int>(result.size);
+               break;
+            }
+            }
+            benchmark::DoNotOptimize(n);
+            benchmark::ClobberMemory();
+         }
+      };
+      double seconds[kFormatters] = {};
+      int64_t rounds = 0;
       for (auto _ : state) {
-         int n = std::snprintf(buffer, sizeof buffer, Launder(printfFormat), Launder(args)...);
-         benchmark::DoNotOptimize(n);
-         benchmark::ClobberMemory();
+         for (int k = 0; k < kFormatters; k++) {
+            int formatter = static_cast<int>((rounds + k) % kFormatters);
+            auto start = std::chrono::steady_clock::now();
+            block(formatter);
+            seconds[formatter] +=
+               std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+         }
+         rounds++;
       }
-   });
-   benchmark::RegisterBenchmark((base + "/stb").c_str(), [=](benchmark::State &state) {
-      char buffer[256];
-      for (auto _ : state) {
-         int n = stbsp_snprintf(buffer, sizeof buffer, Launder(printfFormat), Launder(args)...);
-         benchmark::DoNotOptimize(n);
-         benchmark::ClobberMemory();
-      }
-   });
-   benchmark::RegisterBenchmark((base + "/fmt").c_str(), [=](benchmark::State &state) {
-      char buffer[256];
-      for (auto _ : state) {
-         auto result = fmt::format_to_n(buffer, sizeof buffer - 1, fmtFormat, Launder(args)...);
-         *result.out = '\0';
-         benchmark::DoNotOptimize(result.size);
-         benchmark::ClobberMemory();
+      double calls = static_cast<double>(rounds) * kBlockCalls;
+      for (int f = 0; f < kFormatters; f++) {
+         state.counters[kFormatterNames[f]] = seconds[f] / calls * 1e9;
+         if (f != 0) {
+            state.counters[std::string("ours/") + kFormatterNames[f]] = seconds[0] / seconds[f];
+         }
       }
    });
 }
