@@ -53,7 +53,7 @@ TEST(HashTable, KeysCompareByTheirType)
 
 std::vector<intptr_t> freed;
 
-TEST(HashTable, ExistingKeysKeepTheirValue)
+TEST(HashTable, ExistingKeysAndTablesStay)
 {
    freed.clear();
    Table t(16, HASH_STRING_KEY | HASH_FLAG_COPYKEY, [](void *v) {

@@ -1,4 +1,5 @@
-// Lock recursion, the exclusive lock's re-entry, singleton races and the header fields.
+// Lock recursion and re-entry of both kinds, mutual exclusion, singleton races and the header
+// fields.
 
 #include <gtest/gtest.h>
 
