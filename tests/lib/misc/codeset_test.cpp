@@ -48,10 +48,7 @@ Result Ok(const std::string &bytes) { return {true, "<" + bytes}; }
 
 TEST(CodeSetBuiltIn, ConvertsAndRefuses)
 {
-   const struct {
-      Result got;
-      Result want;
-   } rows[] = {
+   const struct { Result got; Result want; } rows[] = {
       {Convert("UTF-8", "a\xC3\xA9" "b", "US-ASCII", CSGTG_TRANSLIT), Ok("a\x1A" "b")},
       {Convert("UTF-8", "a\xC3\xA9" "b", "US-ASCII", CSGTG_IGNORE), Ok("ab")},
       {Convert("UTF-8", "a\xC3\xA9" "b", "US-ASCII", CSGTG_NORMAL), kFailed},
@@ -70,10 +67,8 @@ TEST(CodeSetBuiltIn, ConvertsAndRefuses)
       {Convert("UTF-8", "\xE0\x80\x80", "UTF-16LE", CSGTG_NORMAL), kFailed},
       {Convert("UTF-8", "\xED\xA0\x80", "UTF-16LE", CSGTG_NORMAL), kFailed},
       {Convert("UTF-8", "\xF4\x90\x80\x80", "UTF-16LE", CSGTG_NORMAL), kFailed},
-      {Convert("UTF-8", "abcdefghi\xF0\x9F\x98\x80", "UTF-16LE", CSGTG_NORMAL),
-       Ok(Le(u"abcdefghi\U0001F600"))},
-      {Convert("UTF-16LE", Le(u"a\u00e9\u20ac\U0001F600"), "UTF-8", CSGTG_NORMAL),
-       Ok("a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80")},
+      {Convert("UTF-8", "abcdefghi\xF0\x9F\x98\x80", "UTF-16LE", CSGTG_NORMAL), Ok(Le(u"abcdefghi\U0001F600"))},
+      {Convert("UTF-16LE", Le(u"a\u00e9\u20ac\U0001F600"), "UTF-8", CSGTG_NORMAL), Ok("a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80")},
       {Convert("UTF-16BE", Be(u"a\u00e9"), "UTF-8", CSGTG_NORMAL), Ok("a\xC3\xA9")},
       {Convert("UTF-16LE", Le(u"a") + Le(std::u16string(1, 0xD83D)), "UTF-8", 0), kFailed},
       {Convert("UTF-16LE", Le(std::u16string(1, 0xDE00)), "UTF-8", CSGTG_NORMAL), kFailed},

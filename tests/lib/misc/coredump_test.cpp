@@ -116,8 +116,7 @@ TEST(CoreDumpDeathTest, DumpsRotationAndReservation)
       const char *reserved;  // the size and the allocation type asked for
    } rows[] = {
       {Reserve<30000, false>, 5, {}, true, {"lib_misc_coredump_test.dmp=MDMP"}, "^20971520 0x2000\n$"},
-      {Reserve<5, true>, 5, {"lib_misc_coredump_test.dmp=a", "lib_misc_coredump_test-0.dmp=b", "lib_misc_coredump_test-1.dmp=c", "lib_misc_coredump_test-2.dmp=d", "lib_misc_coredump_test-3.dmp=e"}, true,
-       {"lib_misc_coredump_test-0.dmp=a", "lib_misc_coredump_test-1.dmp=b", "lib_misc_coredump_test-2.dmp=c", "lib_misc_coredump_test-3.dmp=d", "lib_misc_coredump_test.dmp=MDMP"}, "^8192 0x3000\n$"},
+      {Reserve<5, true>, 5, {"lib_misc_coredump_test.dmp=a", "lib_misc_coredump_test-0.dmp=b", "lib_misc_coredump_test-1.dmp=c", "lib_misc_coredump_test-2.dmp=d", "lib_misc_coredump_test-3.dmp=e"}, true, {"lib_misc_coredump_test-0.dmp=a", "lib_misc_coredump_test-1.dmp=b", "lib_misc_coredump_test-2.dmp=c", "lib_misc_coredump_test-3.dmp=d", "lib_misc_coredump_test.dmp=MDMP"}, "^8192 0x3000\n$"},
       {Reserve<4, false>, 1, {"lib_misc_coredump_test.dmp=a"}, true, {"lib_misc_coredump_test.dmp=MDMP"}, "^4096 0x2000\n$"},
       {[] {}, 0, {"lib_misc_coredump_test.dmp=a"}, false, {"lib_misc_coredump_test.dmp=a"}, "^$"},
       {noMiniDump, 5, {}, false, {}, "^$"},

@@ -20,11 +20,7 @@ TEST(ErrText, CutsStopsAndFallsBack)
    errTextPlatform.systemMessage = [](uint32_t) {
       return systemText != nullptr ? strdup(systemText) : nullptr;
    };
-   const struct {
-      uint32_t code;
-      const char *system;
-      const char *want;
-   } rows[] = {
+   const struct { uint32_t code; const char *system; const char *want; } rows[] = {
       {90001, "Access is denied.\r\n", "Access is denied"},
       {90002, "a.\n.\r", "a"},
       {90003, "\xE6\x96\x87\xE3\x80\x82", "\xE6\x96\x87"},

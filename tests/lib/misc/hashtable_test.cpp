@@ -28,12 +28,7 @@ TEST(HashTable, KeysCompareByTheirType)
 {
    static const char abc[] = "abc";
    static const char abcCopy[] = "abc";
-   const struct {
-      int flags;
-      const void *first;
-      const void *second;
-      bool sameKey;
-   } rows[] = {
+   const struct { int flags; const void *first; const void *second; bool sameKey; } rows[] = {
       {HASH_STRING_KEY, "abc", "abc", true},
       {HASH_STRING_KEY, "abc", "ABC", false},
       {HASH_STRING_KEY, "abc", "abcd", false},
@@ -58,7 +53,7 @@ TEST(HashTable, KeysCompareByTheirType)
 
 std::vector<intptr_t> freed;
 
-TEST(HashTable, ExistingKeysKeepTheirValue)
+TEST(HashTable, ExistingKeysAndTablesStay)
 {
    freed.clear();
    Table t(16, HASH_STRING_KEY | HASH_FLAG_COPYKEY, [](void *v) {
@@ -81,12 +76,9 @@ TEST(HashTable, ExistingKeysKeepTheirValue)
    EXPECT_EQ(t.table->numElements.load(), 0u);
    EXPECT_FALSE(HashTable_Lookup(t.table, "k", nullptr));
    EXPECT_EQ(freed.size(), 3u);
-}
-
-TEST(HashTable, AllocOnceKeepsTheFirstTable)
-{
-   Table t(0, HASH_STRING_KEY), u(128, HASH_STRING_KEY);
-   EXPECT_EQ(t.table->numBits, 0xFFFFFFFFu);
+   // Zero buckets is kept as all bits; a slot already filled keeps its first table.
+   Table none(0, HASH_STRING_KEY), u(128, HASH_STRING_KEY);
+   EXPECT_EQ(none.table->numBits, 0xFFFFFFFFu);
    EXPECT_EQ(HashTable_AllocOnce(&u.slot, 4, HASH_INT_KEY, nullptr), u.table);
    EXPECT_EQ(u.table->numBits, 7u);
 }

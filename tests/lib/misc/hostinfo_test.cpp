@@ -78,9 +78,7 @@ TEST(Hostinfo, NamesEachMachine)
 
 TEST(Hostinfo, TicksToNanoseconds)
 {
-   const struct {
-      uint64_t frequency, ticks, ns;
-   } rows[] = {
+   const struct { uint64_t frequency, ticks, ns; } rows[] = {
       {10000000, 12345, 1234500},
       {3579545, 3579545, 1000000000},
       {4000000000, 5, 1},        // 1.25
@@ -99,10 +97,7 @@ TEST(Hostinfo, TicksToNanoseconds)
 // authors printed (25 words made at a time), after the 25 starting words it hands out first.
 TEST(Hostinfo, RandomFollowsTheBatchForm)
 {
-   const struct {
-      uint32_t seed;
-      uint32_t want[5];
-   } rows[] = {
+   const struct { uint32_t seed; uint32_t want[5]; } rows[] = {
       {0, {0x33c2a07e, 0x55ee93b7, 0x71662621, 0x31d03419, 0x025c4061}},
       {1, {0x7c353ba0, 0x1a190869, 0x71662620, 0x8dd56009, 0x462d1d0f}},
       {0xDEADBEEF, {0x7656545a, 0x107a6793, 0xe41328bb, 0x70e6b847, 0x30e8e156}},

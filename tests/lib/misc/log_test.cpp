@@ -60,11 +60,7 @@ TEST(Log, FiltersMaskAndCut)
 
 TEST(Log, CutAtWholeCharacters)
 {
-   const struct {
-      std::string text;
-      size_t size;
-      std::string want;
-   } rows[] = {
+   const struct { std::string text; size_t size; std::string want; } rows[] = {
       {"abcdef", 5, "abc\n"}, {"ab\xC3\xA9x", 5, "ab\n"}, {"abc\xC3\xA9", 5, "ab\n"},
       {"\xE2\x82\xAC", 3, "\n"}, {"a\xF0\x9F\x98\x80", 6, "a\n"}, {"ab", 2, "\n"},
    };

@@ -1,4 +1,5 @@
-// Lock recursion, the exclusive lock's re-entry, singleton races and the header fields.
+// Lock recursion and re-entry of both kinds, mutual exclusion, singleton races and the header
+// fields.
 
 #include <gtest/gtest.h>
 
@@ -12,48 +13,48 @@
 
 namespace {
 
-bool FreeForOthers(MXUserRecLock *lock)
+// Each step acquires (1) or releases (-1), then shows the count and the owner: either kind
+// of lock lets its owner re-enter, and is free again only after as many releases.
+template <typename Lock>
+void Walk(Lock *lock, void (*acquire)(Lock *), void (*release)(Lock *))
 {
-   bool taken = false;
-   std::thread other([&] {
-      MXUser_AcquireRecLock(lock);
-      taken = true;
-      MXUser_ReleaseRecLock(lock);
-   });
-   other.join();
-   return taken;
-}
-
-TEST(MXUser, RecursionNeedsAsManyReleases)
-{
-   MXUserRecLock *lock = MXUser_CreateRecLock("rec", 7);
    const uint32_t self = Platform_ThreadId();
-   const struct {
-      int acquires;  // positive: acquire, negative: release
-      int32_t lockCount;
-      uint32_t owner;
-   } steps[] = {
+   const struct { int step; int32_t lockCount; uint32_t owner; } steps[] = {
       {1, 1, self}, {1, 2, self}, {1, 3, self}, {-1, 2, self}, {-1, 1, self}, {-1, 0, ~0u},
    };
    for (const auto &s : steps) {
-      s.acquires > 0 ? MXUser_AcquireRecLock(lock) : MXUser_ReleaseRecLock(lock);
+      (s.step > 0 ? acquire : release)(lock);
       EXPECT_EQ(lock->lockCount.load(), s.lockCount);
       EXPECT_EQ(lock->owner.load(), s.owner);
    }
-   EXPECT_TRUE(FreeForOthers(lock));
-   MXUserCondDestroyRecLock(lock);
 }
 
-TEST(MXUser, ExclusiveOwnerReentersWithoutHanging)
+// After the walks, other threads take the lock in turn and never together (a lock left held
+// hangs here).
+TEST(MXUser, RecursionThenMutualExclusion)
 {
-   MXUserExclLock *lock = MXUser_CreateExclLock("excl", 1);
-   MXUser_AcquireExclLock(lock);
-   MXUser_AcquireExclLock(lock);
-   EXPECT_EQ(lock->lockCount.load(), 2);
-   MXUser_ReleaseExclLock(lock);
-   MXUser_ReleaseExclLock(lock);
-   EXPECT_EQ(lock->owner.load(), ~0u);
-   MXUser_DestroyExclLock(lock);
+   MXUserExclLock *excl = MXUser_CreateExclLock("excl", 1);
+   Walk(excl, MXUser_AcquireExclLock, MXUser_ReleaseExclLock);
+   MXUser_DestroyExclLock(excl);
+   MXUserRecLock *lock = MXUser_CreateRecLock("rec", 7);
+   Walk(lock, MXUser_AcquireRecLock, MXUser_ReleaseRecLock);
+   ASSERT_FALSE(HasFailure()) << "a lock the walk left miscounted would hang the threads";
+   int counter = 0;
+   std::vector<std::thread> threads;
+   for (int t = 0; t < 4; t++) {
+      threads.emplace_back([&] {
+         for (int i = 0; i < 10000; i++) {
+            MXUser_AcquireRecLock(lock);
+            counter++;
+            MXUser_ReleaseRecLock(lock);
+         }
+      });
+   }
+   for (auto &t : threads) {
+      t.join();
+   }
+   EXPECT_EQ(counter, 40000);
+   MXUserCondDestroyRecLock(lock);
 }
 
 TEST(MXUser, HeaderFields)
@@ -109,27 +110,6 @@ TEST(MXUser, SingletonRacesLeaveOneLock)
    EXPECT_EQ(CountNamed("singleRec"), 1);
    EXPECT_EQ(CountNamed("singleExcl"), 1);
    EXPECT_EQ(CountNamed("stored"), 1);
-}
-
-TEST(MXUser, MutualExclusionUnderContention)
-{
-   MXUserRecLock *lock = MXUser_CreateRecLock("counter", 1);
-   int counter = 0;
-   std::vector<std::thread> threads;
-   for (int t = 0; t < 4; t++) {
-      threads.emplace_back([&] {
-         for (int i = 0; i < 10000; i++) {
-            MXUser_AcquireRecLock(lock);
-            counter++;
-            MXUser_ReleaseRecLock(lock);
-         }
-      });
-   }
-   for (auto &t : threads) {
-      t.join();
-   }
-   EXPECT_EQ(counter, 40000);
-   MXUserCondDestroyRecLock(lock);
 }
 
 } // namespace

@@ -105,72 +105,40 @@ void WithoutDbgHelp()
 TEST(PanicDeathTest, EveryTextExactly)
 {
    GTEST_FLAG_SET(death_test_style, "threadsafe");
+   const std::string outOfMemory =
+      Quoted("Unrecoverable memory allocation failure, " + std::to_string(kHuge) + " bytes attempted\n");
    const struct {
       std::function<void()> run;
       std::string want;  // a pattern; plain text goes through Quoted
    } rows[] = {
-      {[] { SafeMalloc(kHuge); },
-       kAllocatorNoise + Quoted("Unrecoverable memory allocation failure, " + std::to_string(kHuge) +
-              " bytes attempted\n")},
-      {[] { SafeCalloc(1, kHuge); },
-       kAllocatorNoise + Quoted("Unrecoverable memory allocation failure, " + std::to_string(kHuge) +
-              " bytes attempted\n")},
-      {[] { FailNativeLock(); MXUser_CreateRecLock("r", 1); },
-       Quoted("MXUser_CreateRecLock: native lock initialization routine failed\n")},
-      {[] { FailNativeLock(); MXUser_CreateExclLock("x", 1); },
-       Quoted("MXUser_CreateExclLock: native lock initialization routine failed\n")},
-      {[] { MakeReportLocks(); mxUserPlatform.statsMode = [] { return 7; }; MXUser_CreateExclLock("x", 1); },
-       Quoted("MXUser_CreateExclLock: unknown stats mode: 7!\n")},
-      {[] { mxUserNextSerialNumber = 0; MXUser_CreateRecLock("r", 1); },
-       Quoted("MXUserAllocSerialNumber: too many locks!\n")},
-      {DestroyHeldRecLock,
-       DumpOf("MXUserDumpRecLock", "Recursive", "held", "5", true) +
-          Quoted("MXUserCondDestroyRecLock: Destroy of an acquired recursive lock\n")},
-      {DestroyHeldExclLock,
-       DumpOf("MXUserDumpExclLock", "Exclusive", "taken", "F0007087", false) +
-          Quoted("MXUser_DestroyExclLock: Destroy of an acquired exclusive lock\n")},
-      {[] { HashTable_AllocOnce(&tableSlot, 100, HASH_STRING_KEY, nullptr); },
-       Quoted("HashTable_Alloc only takes powers of 2 \n")},
-      {[] { HashTable_Insert(HashTable_AllocOnce(&tableSlot, 16, 3, nullptr), "k", nullptr); },
-       Quoted("NOT_REACHED lib/misc/hashTable:146\n")},
-      {[] { CodeSet_Validate("", 0x80000000u, "UTF-8"); },
-       Quoted("VERIFY lib/misc/codeset:1673\n")},
-      {[] { DynBuf b; DynBuf_Init(&b); dontUseIcu = false;
-            CodeSet_GenericToGeneric("UTF-8", "a", 1, "UTF-16LE", 3, &b); },
-       Quoted("NOT_IMPLEMENTED lib/misc/codeset:969\n")},
-      {[] { Msg_Append("@&!*@*@(k)%*d", 1, 2); },
-       Quoted("MsgList_VAppend error: MsgFmt_GetArgs: error in format string\nformat "
-              "<@&!*@*@(k)%*d>\n")},
-      {[] { DictionaryAddEntry(Dictionary_Create(), SafeStrdup("n"), nullptr, 7, false, false); },
-       Quoted("NOT_REACHED lib/user/dictionary_core:835\n")},
-      {[] { DictionaryGet(Dictionary_Create(), nullptr, 0x1007, "n"); },
-       Quoted("NOT_REACHED lib/user/dictionary_core:1322\n")},
-      {[] { DictionaryValue v; DictionaryParseValue("n", "1", 0, nullptr, &v, nullptr); },
-       Quoted("NOT_REACHED lib/user/dictionary_core:361\n")},
-      {[] { Unicode_EncodingEnumToName(999); },
-       Quoted("NOT_REACHED lib/unicode/unicodeSimpleTypes:3197\n")},
-      {[] { Unicode_Substr("a\xC0\x80", 0, 1); },
-       Quoted("Unicode_Substr: invalid UTF8 string @ ") + "\\w+\n"},
-      {[] { Unicode_FindSubstrInRange("a", 0, 1, "\xED\xA0\x80", 0, 1); },
-       Quoted("Unicode_FindSubstrInRange: invalid UTF8 string @ ") + "\\w+\n"},
-      {[] { Unicode_FindLastSubstrInRange("\xF4\x90\x80\x80", 0, 1, "a", 0, 1); },
-       Quoted("Unicode_FindLastSubstrInRange: invalid UTF8 string @ ") + "\\w+\n"},
-      {[] { Unicode_AllocWithLength("a\x82\xA0", 3, Unicode_EncodingNameToEnum("Shift_JIS")); },
-       Quoted("Unicode_AllocWithLength: Couldn't convert invalid buffer [a\\x82\\xa0] from "
-              "Shift_JIS to Unicode.\n")},
+      {[] { SafeMalloc(kHuge); }, kAllocatorNoise + outOfMemory},
+      {[] { SafeCalloc(1, kHuge); }, kAllocatorNoise + outOfMemory},
+      {[] { FailNativeLock(); MXUser_CreateRecLock("r", 1); }, Quoted("MXUser_CreateRecLock: native lock initialization routine failed\n")},
+      {[] { FailNativeLock(); MXUser_CreateExclLock("x", 1); }, Quoted("MXUser_CreateExclLock: native lock initialization routine failed\n")},
+      {[] { MakeReportLocks(); mxUserPlatform.statsMode = [] { return 7; }; MXUser_CreateExclLock("x", 1); }, Quoted("MXUser_CreateExclLock: unknown stats mode: 7!\n")},
+      {[] { mxUserNextSerialNumber = 0; MXUser_CreateRecLock("r", 1); }, Quoted("MXUserAllocSerialNumber: too many locks!\n")},
+      {DestroyHeldRecLock, DumpOf("MXUserDumpRecLock", "Recursive", "held", "5", true) + Quoted("MXUserCondDestroyRecLock: Destroy of an acquired recursive lock\n")},
+      {DestroyHeldExclLock, DumpOf("MXUserDumpExclLock", "Exclusive", "taken", "F0007087", false) + Quoted("MXUser_DestroyExclLock: Destroy of an acquired exclusive lock\n")},
+      {[] { HashTable_AllocOnce(&tableSlot, 100, HASH_STRING_KEY, nullptr); }, Quoted("HashTable_Alloc only takes powers of 2 \n")},
+      {[] { HashTable_Insert(HashTable_AllocOnce(&tableSlot, 16, 3, nullptr), "k", nullptr); }, Quoted("NOT_REACHED lib/misc/hashTable:146\n")},
+      {[] { CodeSet_Validate("", 0x80000000u, "UTF-8"); }, Quoted("VERIFY lib/misc/codeset:1673\n")},
+      {[] { DynBuf b; DynBuf_Init(&b); dontUseIcu = false; CodeSet_GenericToGeneric("UTF-8", "a", 1, "UTF-16LE", 3, &b); }, Quoted("NOT_IMPLEMENTED lib/misc/codeset:969\n")},
+      {[] { Msg_Append("@&!*@*@(k)%*d", 1, 2); }, Quoted("MsgList_VAppend error: MsgFmt_GetArgs: error in format string\nformat <@&!*@*@(k)%*d>\n")},
+      {[] { DictionaryAddEntry(Dictionary_Create(), SafeStrdup("n"), nullptr, 7, false, false); }, Quoted("NOT_REACHED lib/user/dictionary_core:835\n")},
+      {[] { DictionaryGet(Dictionary_Create(), nullptr, 0x1007, "n"); }, Quoted("NOT_REACHED lib/user/dictionary_core:1322\n")},
+      {[] { DictionaryValue v; DictionaryParseValue("n", "1", 0, nullptr, &v, nullptr); }, Quoted("NOT_REACHED lib/user/dictionary_core:361\n")},
+      {[] { Unicode_EncodingEnumToName(999); }, Quoted("NOT_REACHED lib/unicode/unicodeSimpleTypes:3197\n")},
+      {[] { Unicode_Substr("a\xC0\x80", 0, 1); }, Quoted("Unicode_Substr: invalid UTF8 string @ ") + "\\w+\n"},
+      {[] { Unicode_FindSubstrInRange("a", 0, 1, "\xED\xA0\x80", 0, 1); }, Quoted("Unicode_FindSubstrInRange: invalid UTF8 string @ ") + "\\w+\n"},
+      {[] { Unicode_FindLastSubstrInRange("\xF4\x90\x80\x80", 0, 1, "a", 0, 1); }, Quoted("Unicode_FindLastSubstrInRange: invalid UTF8 string @ ") + "\\w+\n"},
+      {[] { Unicode_AllocWithLength("a\x82\xA0", 3, Unicode_EncodingNameToEnum("Shift_JIS")); }, Quoted("Unicode_AllocWithLength: Couldn't convert invalid buffer [a\\x82\\xa0] from Shift_JIS to Unicode.\n")},
 #if defined(_WIN32)
-      {[] { Win32U_FormatMessage(FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr, 5, 0, nullptr); },
-       Quoted("VERIFY lib/misc/windowsu:934\n")},
-      {[] { Win32U_FormatMessage(FORMAT_MESSAGE_FROM_STRING, "x", 0, 0, nullptr); },
-       Quoted("VERIFY lib/misc/windowsu:935\n")},
-      {[] { static va_list some; Win32U_FormatMessage(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5,
-                                                      0, &some); },
-       Quoted("VERIFY lib/misc/windowsu:936\n")},
-      {[] { Win32U_FormatMessage(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 1031, nullptr); },
-       Quoted("VERIFY lib/misc/windowsu:938\n")},
+      {[] { Win32U_FormatMessage(FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr, 5, 0, nullptr); }, Quoted("VERIFY lib/misc/windowsu:934\n")},
+      {[] { Win32U_FormatMessage(FORMAT_MESSAGE_FROM_STRING, "x", 0, 0, nullptr); }, Quoted("VERIFY lib/misc/windowsu:935\n")},
+      {[] { static va_list some; Win32U_FormatMessage(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 0, &some); }, Quoted("VERIFY lib/misc/windowsu:936\n")},
+      {[] { Win32U_FormatMessage(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 1031, nullptr); }, Quoted("VERIFY lib/misc/windowsu:938\n")},
       {[] { char b[2]; Win32U_GetTempPath(sizeof b, b); }, Quoted("VERIFY lib/misc/win32u:1598\n")},
-      {[] { char b[1]; DWORD n = 1; Win32U_GetUserName(b, &n); },
-       Quoted("VERIFY lib/misc/win32u:1981\n")},
+      {[] { char b[1]; DWORD n = 1; Win32U_GetUserName(b, &n); }, Quoted("VERIFY lib/misc/win32u:1981\n")},
 #endif
    };
    for (const auto &r : rows) {
@@ -220,8 +188,7 @@ TEST(PanicDeathTest, ExitCodesAndChannels)
       {PanicWhileEnding<2>, "one\n", "", 1, "one\ntwo\nPanic loop\nthree\nPanic loop\n"},
       {[] { PanicWhileEnding<1>(); Log_SetLevels(0, 5, 1); }, "one\n", "", 1, "one\nPANIC: one\ntwo\nPANIC: two\nPanic loop\nPanic loop\n"},
 #if defined(_WIN32)
-      {[] { coreDumpPlatform.commitSetting = []() -> bool { Panic("in dump\n"); }; }, "one\n",
-       "", 1, "one\nin dump\nPanic loop\n"},
+      {[] { coreDumpPlatform.commitSetting = []() -> bool { Panic("in dump\n"); }; }, "one\n", "", 1, "one\nin dump\nPanic loop\n"},
 #endif
    };
    for (const auto &r : rows) {

@@ -39,10 +39,7 @@ TEST(UtilExpandString, Chunks)
       chunks100 += "$/";
    }
    const std::string pid = std::to_string(Platform_ProcessId());
-   const struct {
-      std::string name;
-      std::string want;
-   } rows[] = {
+   const struct { std::string name; std::string want; } rows[] = {
       {"$VTR_FOO/x", "a/x"},
       {"$VTR_UNSET/x", "$VTR_UNSET/x"},
       {"~/x", "~/x"},

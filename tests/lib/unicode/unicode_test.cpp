@@ -22,56 +22,43 @@ std::string NameOfRow(int row)
    return row < 0 ? "<none>" : unicodeEncodingTable[row].names[unicodeEncodingTable[row].preferredMime];
 }
 
-TEST(UnicodeEncodingNames, LookupSteps)
+// Each lookup step by a name that only it resolves; where a row is telling, its fields and
+// the name its encoding goes back to.
+TEST(UnicodeEncodingNames, LookupStepsAndTellingRows)
 {
    const struct {
-      const char *name;
-      const char *row;  // preferred name of the row found
+      const char *name, *row;  // the preferred name of the row found
       StringEncoding encoding;
+      int mib, codePage;
+      const char *first;  // null: the row's fields are not checked
    } rows[] = {
       {"windows-1252", "windows-1252", Unicode_EncodingNameToEnum("windows-1252")},
-      {"Windows-57011", "Windows-57011", 314},
-      {"windows-20127", "ASCII", 7},     // by code page, not by name
+      {"Windows-57011", "Windows-57011", 314, -1, 57011, "Windows-57011"},
+      {"windows-20127", "ASCII", 7, 3, 20127, "ANSI_X3.4-1968"},  // by code page, not by name
       {"Windows-abc", "<none>", STRING_ENCODING_UNKNOWN},
-      {"UTF8", "UTF-8", 0},
-      {"latin_1", "ISO-8859-1", 8},
+      {"UTF8", "UTF-8", 0, 106, 65001, "UTF-8"},
+      {"latin_1", "ISO-8859-1", 8, 4, 28591, "ISO_8859-1:1987"},
       {"ISO_8859-1:1987", "ISO-8859-1", 8},
-      {"x-utf-16be", "UTF-16BE", 2},
+      {"x-utf-16be", "UTF-16BE", 2, 1013, 1201, "UTF-16BE"},
+      {"UTF-16LE", "UTF-16LE", 1, 1014, 1200, "UTF-16LE"},
       {"ISO-8859-6-I", "ISO-8859-6", Unicode_EncodingNameToEnum("ISO-8859-6")},
       {"BS_4730", "BS_4730", STRING_ENCODING_UNKNOWN},  // known, refused
       {"no-such-thing", "<none>", STRING_ENCODING_UNKNOWN},
    };
    for (const auto &r : rows) {
-      EXPECT_EQ(NameOfRow(UnicodeIANALookup(r.name)), r.row) << r.name;
+      const int found = UnicodeIANALookup(r.name);
+      EXPECT_EQ(NameOfRow(found), r.row) << r.name;
       EXPECT_EQ(Unicode_EncodingNameToEnum(r.name), r.encoding) << r.name;
+      if (r.first != nullptr) {
+         const UnicodeEncodingRow &row = unicodeEncodingTable[found];
+         EXPECT_EQ(row.mibEnum, r.mib) << r.name;
+         EXPECT_EQ(row.windowsCodePage, r.codePage) << r.name;
+         EXPECT_EQ(row.encoding, r.encoding) << r.name;
+         EXPECT_STREQ(row.names[0], r.first) << r.name;
+         EXPECT_STREQ(Unicode_EncodingEnumToName(r.encoding), r.row);
+      }
    }
    EXPECT_EQ(UnicodeIANALookup("utf8"), UnicodeIANALookup("UTF8"));  // from the cache
-}
-
-TEST(UnicodeEncodingNames, TellingRowsAndCounts)
-{
-   const struct {
-      const char *name;
-      int mib;
-      int codePage;
-      StringEncoding encoding;
-      const char *first;
-   } rows[] = {
-      {"ASCII", 3, 20127, 7, "ANSI_X3.4-1968"},
-      {"ISO-8859-1", 4, 28591, 8, "ISO_8859-1:1987"},
-      {"UTF-8", 106, 65001, 0, "UTF-8"},
-      {"UTF-16BE", 1013, 1201, 2, "UTF-16BE"},
-      {"UTF-16LE", 1014, 1200, 1, "UTF-16LE"},
-      {"Windows-57011", -1, 57011, 314, "Windows-57011"},
-   };
-   for (const auto &r : rows) {
-      const UnicodeEncodingRow &row = unicodeEncodingTable[UnicodeIANALookup(r.name)];
-      EXPECT_EQ(row.mibEnum, r.mib) << r.name;
-      EXPECT_EQ(row.windowsCodePage, r.codePage) << r.name;
-      EXPECT_EQ(row.encoding, r.encoding) << r.name;
-      EXPECT_STREQ(row.names[0], r.first) << r.name;
-      EXPECT_STREQ(Unicode_EncodingEnumToName(r.encoding), r.name);
-   }
    int supported = 0;
    for (int i = 0; i < unicodeEncodingRowCount; i++) {
       supported += unicodeEncodingTable[i].isSupported;
@@ -85,10 +72,7 @@ TEST(UnicodeEncodingNames, TellingRowsAndCounts)
 TEST(UnicodeAlloc, FromBytesInAnyEncoding)
 {
    const char16_t wide[] = u"a\u00e9\U0001F600";
-   const struct {
-      std::string got;
-      std::string want;
-   } rows[] = {
+   const struct { std::string got; std::string want; } rows[] = {
       {Take(Unicode_AllocWithLength("ab\0cd", -1, STRING_ENCODING_UTF8)), "ab"},
       {Take(Unicode_AllocWithLength("ab\0cd", 5, STRING_ENCODING_UTF8)), std::string("ab\0cd", 5).c_str()},
       {Take(Unicode_AllocWithLength(wide, -1, STRING_ENCODING_UTF16_LE)),
@@ -109,10 +93,7 @@ TEST(UnicodeAlloc, FromBytesInAnyEncoding)
 TEST(UnicodeOperations, CutSearchCompareByCodePoint)
 {
    const char *text = "a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80z";  // a é 中 😀 z
-   const struct {
-      std::string got;
-      std::string want;
-   } cuts[] = {
+   const struct { std::string got; std::string want; } cuts[] = {
       {Take(Unicode_Substr(text, 1, 2)), "\xC3\xA9\xE4\xB8\xAD"},
       {Take(Unicode_Substr(text, 3, -1)), "\xF0\x9F\x98\x80z"},
       {Take(Unicode_Substr(text, 4, 99)), "z"},
@@ -122,10 +103,7 @@ TEST(UnicodeOperations, CutSearchCompareByCodePoint)
    for (const auto &r : cuts) {
       EXPECT_EQ(r.got, r.want);
    }
-   const struct {
-      ptrdiff_t got;
-      ptrdiff_t want;
-   } finds[] = {
+   const struct { ptrdiff_t got; ptrdiff_t want; } finds[] = {
       {Unicode_FindSubstrInRange(text, 0, -1, "\xF0\x9F\x98\x80", 0, -1), 3},
       {Unicode_FindSubstrInRange(text, 0, 3, "\xF0\x9F\x98\x80", 0, -1), -1},
       {Unicode_FindSubstrInRange("abab", 1, -1, "ab", 0, -1), 2},

@@ -54,12 +54,7 @@ TEST(Dictionary, ParseValue)
 {
    const int Int = DictionaryTypeInt, I64 = DictionaryTypeInt64, Dbl = DictionaryTypeDouble,
              Bool = DictionaryTypeBool, Tri = DictionaryTypeTristate;
-   const struct {
-      int type;
-      const char *text;
-      bool withDefault;
-      const char *want;
-   } rows[] = {
+   const struct { int type; const char *text; bool withDefault; const char *want; } rows[] = {
       {Int, "0x10", true, "16|"}, {Int, " 010", true, "8|"}, {Int, "4294967295", true, "-1|"},
       {Int, "-2147483648", false, "-2147483648|"}, {Int, "-4294967295", false, "1|"},
       {Int, "4294967296", true, "7|msg.dictionary.integerOutOfRange"},

@@ -131,11 +131,9 @@ TEST(Msg, ConsoleDefaults)
       int answer;
       std::string shown;
    } rows[] = {
-      {[&] { return defaults.question(buttons, 2, 0, "q", "Go on?"); }, {"x\n", "2\n", "1 \n"}, 1,
-       head + "Question:\nGo on?\n0) Yes\n1) No\n" + ask + ask + ask},
+      {[&] { return defaults.question(buttons, 2, 0, "q", "Go on?"); }, {"x\n", "2\n", "1 \n"}, 1, head + "Question:\nGo on?\n0) Yes\n1) No\n" + ask + ask + ask},
       {[&] { return int{defaults.hint("h", "Tip")}; }, {}, 0, head + "Hint:\nTip\n0) OK\n1) Cancel\n" + ask},
-      {[&] { return int{defaults.progress("p", "Copying", 42, false)}; }, {}, 1,
-       "\rCopying (42%)" + std::string(66, ' ')},
+      {[&] { return int{defaults.progress("p", "Copying", 42, false)}; }, {}, 1, "\rCopying (42%)" + std::string(66, ' ')},
    };
    for (const auto &r : rows) {
       input = r.lines;
