@@ -66,10 +66,7 @@ inline Header ReadHeader(const uint8_t *data)
 template <typename Unit>
 bool SanitizeFormat(std::basic_string<Unit> &format, Mode mode, bool &hasStar)
 {
-   hasStar = false;
-   for (Unit u : format) {
-      hasStar = hasStar || u == '*';
-   }
+   hasStar = format.find(Unit('*')) != std::basic_string<Unit>::npos;
    const bool strictTypes = mode == kStrings || hasStar;
 
    unsigned percents = 0;

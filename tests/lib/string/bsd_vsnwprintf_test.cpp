@@ -44,15 +44,8 @@ TEST(BsdVsnwprintf, NumbersShareTheNarrowBody)
       {Format(U16("%2$s %1$d"), 5, "abc"), u"abc 5"},
       {Format(U16("%a|%d"), 1.5, 7), u"a|0"},
       {Format(U16("<%d><%d><%d><%d><%d><%d><%d><%d>"), 1, 2, 3, 4, 5, 6, 7, 8), u"<1><2><3><4><5><6><7><8>"},
-   };
-   Check(rows);
-}
-
-// The wide engine takes the digits' own text, so infinities and NaN keep their case.
-TEST(BsdVsnwprintf, SpecialFloatingTextKeepsItsCase)
-{
-   const Row rows[] = {
-      // %F takes the slot the argument pass gave %G, which then reads past the table.
+      // The digits' own text: infinities and NaN keep their case. %F takes the slot the
+      // argument pass gave %G, which then reads past the table.
       {Format(U16("%E|%F|%G"), kInf, kInf), u"inf|inf|0"},
       {Format(U16("%f|%6f|"), -kInf, -kInf), u"-inf|  -inf|"},
       {Format(U16("%05f"), kInf), u"inf", 5},

@@ -148,6 +148,7 @@ TEST(StrVaswprintfInternal, GrowsUntilTheTextFits)
       {Taken(Aswprintf(true, U16("%s"), "abcd")), u"abcd"},
       {Taken(Aswprintf(true, U16("%s"), std::string(1000, 'w').c_str())), std::u16string(1000, u'w')},
       {Taken(Aswprintf(true, U16("a%sb"), "\xC3\xA9")), u"a\u00e9b"},
+      {Taken(Aswprintf(true, U16("%'d|%.1f"), 1234567, 0.5)), u"1234567|0.5"},  // the process's "C" locale
    };
    for (const auto &r : rows) {
       EXPECT_EQ(r.got, r.want);
