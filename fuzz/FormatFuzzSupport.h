@@ -48,11 +48,7 @@ struct Header {
 
 inline Header ReadHeader(const uint8_t *data)
 {
-   Header h;
-   h.mode = (data[0] & 1) ? kIntegers : kStrings;
-   h.rotation = data[0] >> 1;
-   h.capacity = data[1];
-   return h;
+   return {(data[0] & 1) ? kIntegers : kStrings, unsigned(data[0] >> 1), data[1]};
 }
 
 // Rejects a format that might read past the argument list or ask for gigantic fields, and
