@@ -6,7 +6,6 @@
 
 #include <climits>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 
 #include "format_test_util.h"
@@ -145,23 +144,6 @@ TEST(BsdVsnprintf, GrowingModeAllocatesExactTextOrNothing)
       {Format("ab%C", 0x4E00), "<null>", -1},
    };
    Check(rows);
-}
-
-// The public entry into a fixed buffer of `capacity` bytes, which stays the target: the
-// result and the text up to the terminator, or all `capacity` bytes when none was written.
-// Nothing may be written behind the capacity.
-Formatted FormatInto(size_t capacity, const char *format, ...)
-{
-   char buffer[512];
-   memset(buffer, '~', sizeof buffer);
-   char *target = buffer;
-   va_list ap;
-   va_start(ap, format);
-   int n = bsd_vsnprintf(&target, capacity, format, ap);
-   va_end(ap);
-   EXPECT_EQ(target, buffer);
-   EXPECT_EQ(buffer[capacity], '~') << format << " into " << capacity;
-   return {n, std::string(buffer, strnlen(buffer, capacity))};
 }
 
 constexpr char kHundred[] =
