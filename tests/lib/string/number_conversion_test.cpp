@@ -49,12 +49,14 @@ struct Digits {
    int sign;
 };
 
-Digits ToDigits(double value, int mode, int count)
+// A long double goes through LongDoubleToDigits when `asLong` says so.
+Digits ToDigits(long double value, int mode, int count, bool asLong = false)
 {
    int position = 0;
    int sign = -1;
    char *end = nullptr;
-   char *d = DoubleToDigits(value, mode, count, &position, &sign, &end);
+   char *d = asLong ? LongDoubleToDigits(&value, mode, count, &position, &sign, &end)
+                    : DoubleToDigits(static_cast<double>(value), mode, count, &position, &sign, &end);
    if (d == nullptr) {
       return {"<null>", 0, 0};
    }
@@ -67,12 +69,13 @@ TEST(DoubleToDigits, DigitsPositionAndSign)
 {
    const double inf = std::numeric_limits<double>::infinity();
    const struct {
-      double value;
+      long double value;
       int mode;
       int count;
       const char *digits;
       int position;
       int sign;
+      bool asLong = false;
    } rows[] = {
       {0.0, 2, 6, "", 1, 0},
       {-0.0, 2, 6, "", 1, 1},
@@ -84,9 +87,14 @@ TEST(DoubleToDigits, DigitsPositionAndSign)
       {inf, 2, 6, "inf", 9999, 0},
       {-inf, 3, 6, "-inf", 9999, 1},
       {std::numeric_limits<double>::quiet_NaN(), 2, 6, "nan", 9999, 0},
+      // Asked for more digits than the buffer holds: all of the double's exact value.
+      {1.0 / 3.0, 3, 1000, "333333333333333314829616256247390992939472198486328125", 0, 0},
+      {1.0 / 3.0, 2, 1000, "333333333333333314829616256247390992939472198486328125", 0, 0},
+      // 0.1L is no double: the double nearest to it is what is printed.
+      {0.1L, 2, 20, "10000000000000000555", 0, 0, true},
    };
    for (const auto &r : rows) {
-      Digits d = ToDigits(r.value, r.mode, r.count);
+      Digits d = ToDigits(r.value, r.mode, r.count, r.asLong);
       EXPECT_EQ(d.digits, r.digits) << r.value << " mode " << r.mode << " count " << r.count;
       EXPECT_EQ(d.position, r.position) << r.value << " mode " << r.mode << " count " << r.count;
       EXPECT_EQ(d.sign, r.sign) << r.value << " mode " << r.mode << " count " << r.count;
@@ -161,30 +169,6 @@ TEST(DoubleToDigits, FixedAndSignificantDigitsMatchTheStandardLibrarysText)
          }
       }
    }
-}
-
-TEST(DoubleToDigits, AsksBeyondTheBufferGiveTheDigitsThatFit)
-{
-   // 1/3 has more digits than the buffer holds; what fits is correctly rounded.
-   Digits d = ToDigits(1.0 / 3.0, 3, 1000);
-   EXPECT_EQ(d.position, 0);
-   EXPECT_EQ(d.digits.size(), 54u);  // the exact value of the double ends there
-   Digits e = ToDigits(1.0 / 3.0, 2, 1000);
-   EXPECT_EQ(e.digits.substr(0, 17), "33333333333333331");
-   EXPECT_LE(e.digits.size(), 348u);
-}
-
-TEST(LongDoubleToDigits, TakesTheValueAsADouble)
-{
-   long double value = 0.1L;  // not representable: the double nearest to it is what is printed
-   int position = 0;
-   int sign = 0;
-   char *end = nullptr;
-   char *d = LongDoubleToDigits(&value, 2, 20, &position, &sign, &end);
-   ASSERT_NE(d, nullptr);
-   EXPECT_EQ(std::string(d, end), "10000000000000000555");
-   EXPECT_EQ(position, 0);
-   free(d);
 }
 
 TEST(ConvertUtf16ToUtf8, ResultsAndStoppingPoints)
