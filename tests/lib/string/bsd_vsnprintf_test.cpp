@@ -131,21 +131,6 @@ TEST(BsdVsnprintf, StoreCount)
    }
 }
 
-TEST(BsdVsnprintf, GrowingModeAllocatesExactTextOrNothing)
-{
-   const Row rows[] = {
-      {Format("%300d", 1), std::string(299, ' ') + "1"},
-      {Format("%s", std::string(1000, 'q').c_str()), std::string(1000, 'q')},
-      {Format("%s%s", std::string(63, 'a').c_str(), "b"), std::string(63, 'a') + "b"},
-      {Format("ab%2147483646d", 1), "<null>", -1},
-      {Format("%*d|", INT_MIN, 1), "<null>", -1},
-      {Format("%.2147483647f", 1.0), "<null>", -1},
-      {Format("%s%2147483647d", "x", 1), "<null>", -1},
-      {Format("ab%C", 0x4E00), "<null>", -1},
-   };
-   Check(rows);
-}
-
 constexpr char kHundred[] =
    "0123456789abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_=+"
    "!@#$^&*()[]{}<";
@@ -155,7 +140,7 @@ static_assert(sizeof kHundred == 101, "a run of one hundred bytes");
 // exactly 0x7fffffff is still a result; beyond it the call fails before anything of the field
 // is produced, and what was copied out stands, unterminated. The public entries read the
 // process's locale, which in a test is "C": '.' and no grouping.
-TEST(BsdVsnprintf, FixedBuffer)
+TEST(BsdVsnprintf, FixedBufferAndGrowingMode)
 {
    const std::string hundred(kHundred);
    const Row rows[] = {
@@ -186,6 +171,15 @@ TEST(BsdVsnprintf, FixedBuffer)
       {FormatInto(5, "ab%.3f", 3.14159), "ab3.", 7},
       {FormatInto(3, "%+.1e", 12.5), "+1", 8},
       {FormatInto(200, "%'d|%.1f", 1234567, 0.5), "1234567|0.5"},
+      // Growing mode allocates exactly the text, or nothing.
+      {Format("%300d", 1), std::string(299, ' ') + "1"},
+      {Format("%s", std::string(1000, 'q').c_str()), std::string(1000, 'q')},
+      {Format("%s%s", std::string(63, 'a').c_str(), "b"), std::string(63, 'a') + "b"},
+      {Format("ab%2147483646d", 1), "<null>", -1},
+      {Format("%*d|", INT_MIN, 1), "<null>", -1},
+      {Format("%.2147483647f", 1.0), "<null>", -1},
+      {Format("%s%2147483647d", "x", 1), "<null>", -1},
+      {Format("ab%C", 0x4E00), "<null>", -1},
    };
    Check(rows);
 }
