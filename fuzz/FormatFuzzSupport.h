@@ -17,6 +17,7 @@
 #error "the argument list below is laid out for the x86-64 System V calling convention"
 #endif
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -24,6 +25,8 @@
 #include <limits>
 #include <string>
 #include <utility>
+
+#include "string/bsd_vsnprintf.h"
 
 namespace fuzzsupport {
 
@@ -48,11 +51,7 @@ struct Header {
 
 inline Header ReadHeader(const uint8_t *data)
 {
-   Header h;
-   h.mode = (data[0] & 1) ? kIntegers : kStrings;
-   h.rotation = data[0] >> 1;
-   h.capacity = data[1];
-   return h;
+   return {(data[0] & 1) ? kIntegers : kStrings, unsigned(data[0] >> 1), data[1]};
 }
 
 // Rejects a format that might read past the argument list or ask for gigantic fields, and
@@ -66,10 +65,7 @@ inline Header ReadHeader(const uint8_t *data)
 template <typename Unit>
 bool SanitizeFormat(std::basic_string<Unit> &format, Mode mode, bool &hasStar)
 {
-   hasStar = false;
-   for (Unit u : format) {
-      hasStar = hasStar || u == '*';
-   }
+   hasStar = format.find(Unit('*')) != std::basic_string<Unit>::npos;
    const bool strictTypes = mode == kStrings || hasStar;
 
    unsigned percents = 0;
@@ -211,21 +207,34 @@ void CheckFixedAgainstGrown(const CharT *grown, int grownLength, const CharT *fi
    }
 }
 
+// The public entry of the engine for the unit type, called with the list's arguments.
 template <typename CharT>
-using EngineCall = int (*)(CharT **buffer, size_t capacity, const CharT *format, ...);
+int Engine(CharT **buffer, size_t capacity, const CharT *format, ...)
+{
+   va_list ap;
+   va_start(ap, format);
+   int n;
+   if constexpr (sizeof(CharT) == 1) {
+      n = bsd_vsnprintf(buffer, capacity, format, ap);
+   } else {
+      n = bsd_vsnwprintf(buffer, capacity, format, ap);
+   }
+   va_end(ap);
+   return n;
+}
 
 template <typename CharT, size_t... D, size_t... G>
-int FormatWithList(std::index_sequence<D...>, std::index_sequence<G...>, EngineCall<CharT> call, CharT **buffer,
-                   size_t capacity, const CharT *format, const ArgumentList &list)
+int FormatWithList(std::index_sequence<D...>, std::index_sequence<G...>, CharT **buffer, size_t capacity,
+                   const CharT *format, const ArgumentList &list)
 {
-   return call(buffer, capacity, format, list.doubles[D]..., list.general[G]...);
+   return Engine(buffer, capacity, format, list.doubles[D]..., list.general[G]...);
 }
 
 // One input through the growing and the fixed-size mode of an engine. The fixed buffer is
 // exactly sized, so that a write past the capacity is caught; malloc(0) for capacity 0,
 // which must not be written at all.
 template <typename CharT>
-int CheckEngine(EngineCall<CharT> call, std::basic_string<CharT> format, const Header &header)
+int CheckEngine(std::basic_string<CharT> format, const Header &header)
 {
    static StringArgs strings;
    bool hasStar = false;
@@ -235,7 +244,7 @@ int CheckEngine(EngineCall<CharT> call, std::basic_string<CharT> format, const H
    const ArgumentList arguments = MakeArgumentList(header, strings, hasStar);
    auto run = [&](CharT **buffer, size_t capacity) {
       strings.Reset();  // %n of an earlier run must not change what this one reads
-      return FormatWithList(std::make_index_sequence<kDoubleArgs>(), std::make_index_sequence<kGeneralArgs>(), call,
+      return FormatWithList(std::make_index_sequence<kDoubleArgs>(), std::make_index_sequence<kGeneralArgs>(),
                             buffer, capacity, format.c_str(), arguments);
    };
    CharT *grown = nullptr;

@@ -1,23 +1,7 @@
 // The wide engine on formats from the fuzzer, against itself (FormatFuzzSupport.h). The
 // format comes in 16-bit units, little-endian; an odd last byte is dropped.
 
-#include <cstdarg>
-
 #include "FormatFuzzSupport.h"
-#include "string/bsd_vsnprintf.h"
-
-namespace {
-
-int Format(utf16_t **buffer, size_t capacity, const utf16_t *format, ...)
-{
-   va_list ap;
-   va_start(ap, format);
-   int n = bsd_vsnwprintf(buffer, capacity, format, ap);
-   va_end(ap);
-   return n;
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
@@ -28,5 +12,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
    for (size_t i = 2; i + 1 < size; i += 2) {
       format.push_back(utf16_t(data[i] | data[i + 1] << 8));
    }
-   return fuzzsupport::CheckEngine<utf16_t>(Format, format, fuzzsupport::ReadHeader(data));
+   return fuzzsupport::CheckEngine(format, fuzzsupport::ReadHeader(data));
 }

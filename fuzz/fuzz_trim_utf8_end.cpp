@@ -12,11 +12,6 @@
 
 namespace {
 
-[[noreturn]] void Fail()
-{
-   __builtin_trap();
-}
-
 // Each call gets a copy of exactly `end` bytes, so a read at or past `end` is caught.
 size_t TrimCopy(const std::vector<char> &text, size_t end)
 {
@@ -26,20 +21,11 @@ size_t TrimCopy(const std::vector<char> &text, size_t end)
 
 void AppendUtf8(std::vector<char> &out, uint32_t cp)
 {
-   if (cp < 0x80) {
-      out.push_back(char(cp));
-   } else if (cp < 0x800) {
-      out.push_back(char(0xC0 | cp >> 6));
-      out.push_back(char(0x80 | (cp & 0x3F)));
-   } else if (cp < 0x10000) {
-      out.push_back(char(0xE0 | cp >> 12));
-      out.push_back(char(0x80 | (cp >> 6 & 0x3F)));
-      out.push_back(char(0x80 | (cp & 0x3F)));
-   } else {
-      out.push_back(char(0xF0 | cp >> 18));
-      out.push_back(char(0x80 | (cp >> 12 & 0x3F)));
-      out.push_back(char(0x80 | (cp >> 6 & 0x3F)));
-      out.push_back(char(0x80 | (cp & 0x3F)));
+   static const unsigned char kLead[] = {0, 0x00, 0xC0, 0xE0, 0xF0};  // by encoded length
+   const int length = cp < 0x80 ? 1 : cp < 0x800 ? 2 : cp < 0x10000 ? 3 : 4;
+   out.push_back(char(kLead[length] | cp >> 6 * (length - 1)));
+   for (int shift = 6 * (length - 2); shift >= 0; shift -= 6) {
+      out.push_back(char(0x80 | (cp >> shift & 0x3F)));
    }
 }
 
@@ -72,7 +58,7 @@ void CheckValidText(const uint8_t *data, size_t size)
          ++last;
       }
       if (TrimCopy(text, end) != boundaries[last]) {
-         Fail();
+         __builtin_trap();
       }
    }
 }
@@ -83,11 +69,11 @@ void CheckRawBytes(const uint8_t *data, size_t size)
    for (size_t end = 0; end <= text.size(); ++end) {
       size_t trimmed = TrimCopy(text, end);
       if (trimmed > end) {
-         Fail();
+         __builtin_trap();
       }
       // An ASCII last byte always stays.
       if (end > 0 && static_cast<unsigned char>(text[end - 1]) < 0x80 && trimmed != end) {
-         Fail();
+         __builtin_trap();
       }
    }
 }

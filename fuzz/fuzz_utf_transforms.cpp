@@ -14,11 +14,6 @@
 
 namespace {
 
-[[noreturn]] void Fail()
-{
-   __builtin_trap();
-}
-
 template <typename From, typename To>
 using Converter = int (*)(const From **, const From *, To **, To *, bool);
 
@@ -44,7 +39,7 @@ Outcome<From, To> Convert(Converter<From, To> convert, const std::vector<From> &
       const From *before = s;
       out.result = convert(&s, end, &t, target.data() + window, lenient);
       if (out.result == UTF_CONVERSION_TARGET_FULL && (holdsAll || (s == before && t == target.data()))) {
-         Fail();  // a window this size holds any one character
+         __builtin_trap();  // a window this size holds any one character
       }
       out.text.insert(out.text.end(), target.data(), t);
    }
@@ -62,31 +57,31 @@ void Check(Converter<From, To> forth, Converter<To, From> back, const std::vecto
    const auto strict = Convert(forth, source, whole, false, true);
    const auto lenient = Convert(forth, source, whole, true, true);
    if (strict.result == UTF_CONVERSION_DONE && strict.consumed != source.size()) {
-      Fail();
+      __builtin_trap();
    }
    if (lenientReachesTheEnd && (lenient.result == UTF_CONVERSION_ILLEGAL ||
                                 (lenient.result == UTF_CONVERSION_DONE && lenient.consumed != source.size()))) {
-      Fail();
+      __builtin_trap();
    }
    if ((strict.result == UTF_CONVERSION_DONE || strict.result == UTF_CONVERSION_SOURCE_CUT) &&
        (lenient.result != strict.result || lenient.text != strict.text || lenient.consumed != strict.consumed)) {
-      Fail();
+      __builtin_trap();
    }
    if (lenient.consumed < strict.consumed || lenient.text.size() < strict.text.size() ||
        !std::equal(strict.text.begin(), strict.text.end(), lenient.text.begin())) {
-      Fail();
+      __builtin_trap();
    }
    // What strict accepted converts back to exactly what it came from.
    const auto returned = Convert(back, strict.text, std::max<size_t>(1, strict.text.size() * 3), false, true);
    if (returned.result != UTF_CONVERSION_DONE ||
        returned.text != std::vector<From>(source.begin(), source.begin() + strict.consumed)) {
-      Fail();
+      __builtin_trap();
    }
    for (bool mode : {false, true}) {
       const auto &once = mode ? lenient : strict;
       const auto windowed = Convert(forth, source, window, mode);
       if (windowed.result != once.result || windowed.consumed != once.consumed || windowed.text != once.text) {
-         Fail();
+         __builtin_trap();
       }
    }
 }

@@ -6,7 +6,6 @@
 
 #include <climits>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 
 #include "format_test_util.h"
@@ -20,7 +19,7 @@ const double kNan = std::numeric_limits<double>::quiet_NaN();
 const char *const kNullText = nullptr;
 const utf16_t *const kNullWide = nullptr;
 
-TEST(BsdVsnprintf, IntegersAndPointers)
+TEST(BsdVsnprintf, NumbersOfItsOwn)
 {
    const Row rows[] = {
       {Format("%qd|%Ld|%ld|%lu", -5LL, 6LL, -5, 4000000000u), "-5|6|-5|4000000000"},
@@ -32,6 +31,10 @@ TEST(BsdVsnprintf, IntegersAndPointers)
       {Format("%p|%#p|%10p|", reinterpret_cast<void *>(0xabcdef), reinterpret_cast<void *>(0xab),
               reinterpret_cast<void *>(0x1234)),
        "ABCDEF|AB|      1234|"},
+      {Format("%Le|%Lf", 1.5, 2.5), "1.500000e+00|2.500000"},
+      {Format("%05f", kInf), "inf", 5},
+      {Format("%1$F|%1$llx", static_cast<long long>(0xFFF0000000000000ULL)), "-INF|fff0000000000000"},
+      {Format("%f|%G|%e", kNan, kNan, kNan), "nan|NAN|nan"},
    };
    Check(rows);
 }
@@ -110,17 +113,6 @@ TEST(BsdVsnprintf, LiteralsUnknownConversionsAndPositions)
    Check(rows);
 }
 
-TEST(BsdVsnprintf, FloatingOfItsOwn)
-{
-   const Row rows[] = {
-      {Format("%Le|%Lf", 1.5, 2.5), "1.500000e+00|2.500000"},
-      {Format("%05f", kInf), "inf", 5},
-      {Format("%1$F|%1$llx", static_cast<long long>(0xFFF0000000000000ULL)), "-INF|fff0000000000000"},
-      {Format("%f|%G|%e", kNan, kNan, kNan), "nan|NAN|nan"},
-   };
-   Check(rows);
-}
-
 TEST(BsdVsnprintf, StoreCount)
 {
    const struct {
@@ -139,58 +131,47 @@ TEST(BsdVsnprintf, StoreCount)
    }
 }
 
-int FormatFixed(char *buffer, size_t capacity, const char *format, ...)
-{
-   va_list ap;
-   va_start(ap, format);
-   char *target = buffer;
-   int n = BsdVsnprintfCore(&target, capacity, &kPlainLocale, format, ap);
-   va_end(ap);
-   EXPECT_EQ(target, buffer);  // a fixed buffer is never replaced
-   return n;
-}
+constexpr char kHundred[] =
+   "0123456789abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_=+"
+   "!@#$^&*()[]{}<";
+static_assert(sizeof kHundred == 101, "a run of one hundred bytes");
 
-TEST(BsdVsnprintf, FixedBuffer)
+// Literal runs are found by the C library's scan, which differs by platform. A total of
+// exactly 0x7fffffff is still a result; beyond it the call fails before anything of the field
+// is produced, and what was copied out stands, unterminated. The public entries read the
+// process's locale, which in a test is "C": '.' and no grouping.
+TEST(BsdVsnprintf, FixedBufferAndGrowingMode)
 {
-   struct {
-      size_t capacity;
-      const char *a;
-      const char *b;
-      const char *want;  // bytes up to the capacity, terminator included when written
-      size_t wantBytes;
-      int wantResult;
-   } rows[] = {
-      {0, "abc", "", "xxxx", 4, 3},
-      {1, "abc", "", "\0xxx", 4, 3},
-      {3, "ab", "c", "ab\0x", 4, 3},
-      {4, "ab", "c", "abc\0", 4, 3},
-      {3, "a\xC3\xA9", "", "a\xC3\0", 3, 3},
-      {5, "abc", "def", "abcd\0", 5, 6},
-   };
-   for (const auto &r : rows) {
-      char buffer[16];
-      memset(buffer, 'x', sizeof buffer);
-      EXPECT_EQ(FormatFixed(buffer, r.capacity, "%s%s", r.a, r.b), r.wantResult) << r.capacity;
-      EXPECT_EQ(std::string(buffer, r.wantBytes), std::string(r.want, r.wantBytes)) << r.capacity;
-   }
-}
-
-// A total of exactly 0x7fffffff is still a result; beyond it the call fails before anything
-// of the field is produced, and in a fixed buffer what was copied out stands, unterminated.
-TEST(BsdVsnprintf, TotalLimit)
-{
-   char buffer[8];
-   memset(buffer, 'x', sizeof buffer);
-   EXPECT_EQ(FormatFixed(buffer, sizeof buffer, "%2147483647d", 1), 2147483647);
-   EXPECT_EQ(std::string(buffer, sizeof buffer), std::string("       \0", 8));
-   memset(buffer, 'x', sizeof buffer);
-   EXPECT_EQ(FormatFixed(buffer, sizeof buffer, "%d%2147483647d", 12, 1), -1);
-   EXPECT_EQ(std::string(buffer, sizeof buffer), "12xxxxxx");
-}
-
-TEST(BsdVsnprintf, GrowingModeAllocatesExactTextOrNothing)
-{
+   const std::string hundred(kHundred);
    const Row rows[] = {
+      {FormatInto(0, "%s%s", "abc", ""), "", 3},
+      {FormatInto(1, "%s%s", "abc", ""), "", 3},
+      {FormatInto(3, "%s%s", "ab", "c"), "ab", 3},
+      {FormatInto(4, "%s%s", "ab", "c"), "abc", 3},
+      {FormatInto(3, "%s%s", "a\xC3\xA9", ""), "a\xC3", 3},
+      {FormatInto(5, "%s%s", "abc", "def"), "abcd", 6},
+      {FormatInto(8, "%2147483647d", 1), "       ", 2147483647},
+      {FormatInto(8, "%d%2147483647d", 12, 1), "12~~~~~~", -1},
+      {FormatInto(101, kHundred), hundred},
+      {FormatInto(100, kHundred), hundred.substr(0, 99), 100},
+      {FormatInto(1, kHundred), "", 100},
+      {FormatInto(200, "%d after", 7), "7 after"},
+      {FormatInto(200, "before %d", 7), "before 7"},
+      {FormatInto(200, "a%%b%%c"), "a%b%c"},
+      {FormatInto(200, "run then percent at the end %"), "run then percent at the end "},
+      {FormatInto(200, "%s and a long literal run between %d", "x", 5), "x and a long literal run between 5"},
+      {FormatInto(200, "positions after literal text: %2$s %1$d", 5, "five"), "positions after literal text: five 5"},
+      {FormatInto(10, "%s literal", "abcdefgh"), "abcdefgh ", 16},
+      // Into a fixed buffer a field goes straight after what is pending, cut alike.
+      {FormatInto(4, "%08X", 0xBEEFu), "000", 8},
+      {FormatInto(4, "x%08X", 0xBEEFu), "x00", 9},
+      {FormatInto(3, "%-5d|", -42), "-4", 6},
+      {FormatInto(200, "%+210.3d|", 7), std::string(199, ' '), 211},
+      {FormatInto(300, "%#-20x%c", 255u, 'z'), "0xff" + std::string(16, ' ') + "z"},
+      {FormatInto(5, "ab%.3f", 3.14159), "ab3.", 7},
+      {FormatInto(3, "%+.1e", 12.5), "+1", 8},
+      {FormatInto(200, "%'d|%.1f", 1234567, 0.5), "1234567|0.5"},
+      // Growing mode allocates exactly the text, or nothing.
       {Format("%300d", 1), std::string(299, ' ') + "1"},
       {Format("%s", std::string(1000, 'q').c_str()), std::string(1000, 'q')},
       {Format("%s%s", std::string(63, 'a').c_str(), "b"), std::string(63, 'a') + "b"},
@@ -201,90 +182,6 @@ TEST(BsdVsnprintf, GrowingModeAllocatesExactTextOrNothing)
       {Format("ab%C", 0x4E00), "<null>", -1},
    };
    Check(rows);
-}
-
-struct Stored {
-   int result;
-   std::string text;
-};
-
-Stored FormatInto(size_t capacity, const char *format, ...)
-{
-   char buffer[512];
-   memset(buffer, '#', sizeof buffer);
-   char *target = buffer;
-   va_list ap;
-   va_start(ap, format);
-   int n = bsd_vsnprintf(&target, capacity, format, ap);
-   va_end(ap);
-   return {n, std::string(buffer, strnlen(buffer, sizeof buffer))};
-}
-
-constexpr char kHundred[] =
-   "0123456789abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_=+"
-   "!@#$^&*()[]{}<";
-static_assert(sizeof kHundred == 101, "a run of one hundred bytes");
-
-// Literal runs are found by the C library's scan, which differs by platform.
-TEST(BsdVsnprintf, LiteralRunsAroundConversionsAndCapacity)
-{
-   const std::string hundred(kHundred);
-   const struct {
-      Stored got;
-      int result;
-      std::string text;
-   } rows[] = {
-      {FormatInto(200, kHundred), 100, hundred},
-      {FormatInto(101, kHundred), 100, hundred},
-      {FormatInto(100, kHundred), 100, hundred.substr(0, 99)},
-      {FormatInto(50, kHundred), 100, hundred.substr(0, 49)},
-      {FormatInto(1, kHundred), 100, ""},
-      {FormatInto(200, "%d after", 7), 7, "7 after"},
-      {FormatInto(200, "before %d", 7), 8, "before 7"},
-      {FormatInto(200, "a%%b%%c"), 5, "a%b%c"},
-      {FormatInto(200, "run then percent at the end %"), 28, "run then percent at the end "},
-      {FormatInto(200, "%s and a long literal run between %d", "x", 5), 34,
-       "x and a long literal run between 5"},
-      {FormatInto(200, "positions after literal text: %2$s %1$d", 5, "five"), 36,
-       "positions after literal text: five 5"},
-      {FormatInto(10, "%s literal", "abcdefgh"), 16, "abcdefgh "},
-      // Into a fixed buffer a field goes straight after what is pending, cut alike.
-      {FormatInto(4, "%08X", 0xBEEFu), 8, "000"},
-      {FormatInto(4, "x%08X", 0xBEEFu), 9, "x00"},
-      {FormatInto(3, "%-5d|", -42), 6, "-4"},
-      {FormatInto(200, "%+210.3d|", 7), 211, std::string(199, ' ')},
-      {FormatInto(300, "%#-20x%c", 255u, 'z'), 21, "0xff" + std::string(16, ' ') + "z"},
-      {FormatInto(5, "ab%.3f", 3.14159), 7, "ab3."},
-      {FormatInto(3, "%+.1e", 12.5), 8, "+1"},
-   };
-   for (const auto &r : rows) {
-      EXPECT_EQ(r.got.result, r.result) << r.text;
-      EXPECT_EQ(r.got.text, r.text);
-   }
-}
-
-// The public entries read the process's locale, which in a test is "C": '.' and no grouping.
-TEST(BsdVsnprintf, PublicEntriesUseTheProcessLocale)
-{
-   char *out = nullptr;
-   utf16_t *wide = nullptr;
-   auto call = [&](const char *format, const utf16_t *wideFormat, ...) {
-      va_list ap;
-      va_start(ap, wideFormat);
-      va_list copy;
-      va_copy(copy, ap);
-      int n = bsd_vsnprintf(&out, 0, format, ap);
-      int w = bsd_vsnwprintf(&wide, 0, wideFormat, copy);
-      va_end(copy);
-      va_end(ap);
-      return std::pair(n, w);
-   };
-   EXPECT_EQ(call("%'d|%.1f", U16("%'d|%.1f"), 1234567, 0.5), std::pair(11, 11));
-   ASSERT_TRUE(out != nullptr && wide != nullptr);
-   EXPECT_STREQ(out, "1234567|0.5");
-   EXPECT_EQ(AsU16(wide), u"1234567|0.5");
-   free(out);
-   free(wide);
 }
 
 } // namespace

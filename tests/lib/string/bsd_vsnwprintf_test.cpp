@@ -4,7 +4,6 @@
 
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <limits>
 
 #include "format_test_util.h"
@@ -44,15 +43,8 @@ TEST(BsdVsnwprintf, NumbersShareTheNarrowBody)
       {Format(U16("%2$s %1$d"), 5, "abc"), u"abc 5"},
       {Format(U16("%a|%d"), 1.5, 7), u"a|0"},
       {Format(U16("<%d><%d><%d><%d><%d><%d><%d><%d>"), 1, 2, 3, 4, 5, 6, 7, 8), u"<1><2><3><4><5><6><7><8>"},
-   };
-   Check(rows);
-}
-
-// The wide engine takes the digits' own text, so infinities and NaN keep their case.
-TEST(BsdVsnwprintf, SpecialFloatingTextKeepsItsCase)
-{
-   const Row rows[] = {
-      // %F takes the slot the argument pass gave %G, which then reads past the table.
+      // The digits' own text: infinities and NaN keep their case. %F takes the slot the
+      // argument pass gave %G, which then reads past the table.
       {Format(U16("%E|%F|%G"), kInf, kInf), u"inf|inf|0"},
       {Format(U16("%f|%6f|"), -kInf, -kInf), u"-inf|  -inf|"},
       {Format(U16("%05f"), kInf), u"inf", 5},
@@ -61,38 +53,14 @@ TEST(BsdVsnwprintf, SpecialFloatingTextKeepsItsCase)
    Check(rows);
 }
 
-int WideFixed(utf16_t *buffer, size_t capacity, const utf16_t *format, ...)
-{
-   va_list ap;
-   va_start(ap, format);
-   int n = BsdVsnwprintfCore(&buffer, capacity, &kPlainLocale, format, ap);
-   va_end(ap);
-   return n;
-}
-
-TEST(BsdVsnwprintf, FixedBufferCountsUnits)
-{
-   const struct {
-      size_t capacity;
-      std::u16string want;  // the whole buffer after the call
-      int wantResult;
-   } rows[] = {
-      {0, u"xxxxxx", 5},
-      {1, std::u16string(u"\0xxxxx", 6), 5},
-      {3, std::u16string(u"a\xD83D\0xxx", 6), 5},
-      {6, std::u16string(u"a\U0001F600bc\0", 6), 5},
-   };
-   for (const auto &r : rows) {
-      utf16_t buffer[6];
-      std::fill(buffer, buffer + 6, 'x');
-      EXPECT_EQ(WideFixed(buffer, r.capacity, U16("a%Sc"), U16("\U0001F600b")), r.wantResult);
-      EXPECT_EQ(AsU16(buffer, 6), r.want) << "capacity " << r.capacity;
-   }
-}
-
-TEST(BsdVsnwprintf, GrowingModeAndFailures)
+// A fixed buffer counts units; growing mode allocates exactly the text, or nothing.
+TEST(BsdVsnwprintf, FixedBufferAndGrowingMode)
 {
    const Row rows[] = {
+      {FormatInto(0, U16("a%Sc"), U16("\U0001F600b")), u"", 5},
+      {FormatInto(1, U16("a%Sc"), U16("\U0001F600b")), u"", 5},
+      {FormatInto(3, U16("a%Sc"), U16("\U0001F600b")), u"a\xD83D", 5},
+      {FormatInto(6, U16("a%Sc"), U16("\U0001F600b")), u"a\U0001F600bc"},
       {Format(U16("")), u""},
       {Format(U16("%100d"), 1), std::u16string(99, u' ') + u"1"},
       {Format(U16("ab%2147483646d"), 1), u"<null>", -1},

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdlib>
 #include <string>
@@ -64,6 +65,30 @@ auto FormatIn(const BsdFormatLocale &locale, const CharT *format, ...)
    FormattedAs<Text> f{n, out == nullptr ? Text(kNull, kNull + 6) : Text(out, out + std::char_traits<CharT>::length(out))};
    free(out);
    return f;
+}
+
+// A public entry into a fixed buffer of `capacity` units, which stays the target: the result
+// and the text up to the terminator, or all `capacity` units when none was written. Nothing
+// may be written behind the capacity.
+template <typename CharT>
+auto FormatInto(size_t capacity, const CharT *format, ...)
+{
+   CharT buffer[512];
+   std::fill(buffer, buffer + 512, CharT('~'));
+   CharT *target = buffer;
+   va_list ap;
+   va_start(ap, format);
+   int n;
+   if constexpr (std::is_same_v<CharT, char>) {
+      n = bsd_vsnprintf(&target, capacity, format, ap);
+   } else {
+      n = bsd_vsnwprintf(&target, capacity, format, ap);
+   }
+   va_end(ap);
+   EXPECT_EQ(target, buffer);
+   EXPECT_EQ(buffer[capacity], CharT('~')) << "capacity " << capacity;
+   using Text = std::conditional_t<std::is_same_v<CharT, char>, std::string, std::u16string>;
+   return FormattedAs<Text>{n, Text(buffer, std::find(buffer, buffer + capacity, CharT(0)))};
 }
 
 template <typename CharT, typename... Args>

@@ -49,12 +49,14 @@ struct Digits {
    int sign;
 };
 
-Digits ToDigits(double value, int mode, int count)
+// A long double goes through LongDoubleToDigits when `asLong` says so.
+Digits ToDigits(long double value, int mode, int count, bool asLong = false)
 {
    int position = 0;
    int sign = -1;
    char *end = nullptr;
-   char *d = DoubleToDigits(value, mode, count, &position, &sign, &end);
+   char *d = asLong ? LongDoubleToDigits(&value, mode, count, &position, &sign, &end)
+                    : DoubleToDigits(static_cast<double>(value), mode, count, &position, &sign, &end);
    if (d == nullptr) {
       return {"<null>", 0, 0};
    }
@@ -67,27 +69,16 @@ TEST(DoubleToDigits, DigitsPositionAndSign)
 {
    const double inf = std::numeric_limits<double>::infinity();
    const struct {
-      double value;
+      long double value;
       int mode;
       int count;
       const char *digits;
       int position;
       int sign;
+      bool asLong = false;
    } rows[] = {
-      {1.5, 2, 7, "15", 1, 0},
       {0.0, 2, 6, "", 1, 0},
       {-0.0, 2, 6, "", 1, 1},
-      {9.9999, 2, 2, "1", 2, 0},
-      {5e-324, 2, 3, "494", -323, 0},
-      // Significant digits by exact scaling: the exponent found from below, ties, carries.
-      {0.125, 2, 2, "12", 0, 0},
-      {99.5, 2, 2, "1", 3, 0},  // a tie that rounds up to the next power of ten
-      {9.96, 2, 2, "1", 2, 0},
-      {1000.0, 2, 1, "1", 4, 0},  // an exact power of ten
-      {9999.5, 2, 4, "1", 5, 0},
-      {0.001, 2, 3, "1", -2, 0},
-      {12345.678, 2, 6, "123457", 5, 0},
-      {1e300, 2, 6, "1", 301, 0},  // left to the general conversion
       {0.0, 3, 6, "", 0, 0},
       {0.001, 3, 2, "", -2, 0},
       {0.5, 3, 0, "", 0, 0},
@@ -96,9 +87,14 @@ TEST(DoubleToDigits, DigitsPositionAndSign)
       {inf, 2, 6, "inf", 9999, 0},
       {-inf, 3, 6, "-inf", 9999, 1},
       {std::numeric_limits<double>::quiet_NaN(), 2, 6, "nan", 9999, 0},
+      // Asked for more digits than the buffer holds: all of the double's exact value.
+      {1.0 / 3.0, 3, 1000, "333333333333333314829616256247390992939472198486328125", 0, 0},
+      {1.0 / 3.0, 2, 1000, "333333333333333314829616256247390992939472198486328125", 0, 0},
+      // 0.1L is no double: the double nearest to it is what is printed.
+      {0.1L, 2, 20, "10000000000000000555", 0, 0, true},
    };
    for (const auto &r : rows) {
-      Digits d = ToDigits(r.value, r.mode, r.count);
+      Digits d = ToDigits(r.value, r.mode, r.count, r.asLong);
       EXPECT_EQ(d.digits, r.digits) << r.value << " mode " << r.mode << " count " << r.count;
       EXPECT_EQ(d.position, r.position) << r.value << " mode " << r.mode << " count " << r.count;
       EXPECT_EQ(d.sign, r.sign) << r.value << " mode " << r.mode << " count " << r.count;
@@ -143,7 +139,9 @@ Digits SignificantDigitsFromText(double value, int count)
 
 // Ties on both sides of the even digit, values just below and above a tie in binary, the
 // 64-bit limit of the scaled value (1e19 fits, 2^64 does not), the largest fraction taken
-// exactly (27) and those beyond, left to the general conversion; both signs.
+// exactly (27) and those beyond, left to the general conversion; both signs. Significant
+// digits by exact scaling: the exponent found from below, ties that carry into the next
+// power of ten (99.5, 9999.5), an exact power (1000), 1e300 left to the general conversion.
 TEST(DoubleToDigits, FixedAndSignificantDigitsMatchTheStandardLibrarysText)
 {
    const double values[] = {
@@ -151,6 +149,7 @@ TEST(DoubleToDigits, FixedAndSignificantDigitsMatchTheStandardLibrarysText)
       18446744073709551616.0, 3.14159265358979, 0.4375, 0.05, 0.015, 0.0049999999999999, 999.9995, 1e-5,
       123456.789, 9.999999, 1e17, 1.8e19, 4294967295.5, 2.0 / 3.0, 1.0 / 7.0, 6.02e23, 1e-300, 65535.99999,
       0.000123456789, 9007199254740993.0, 1e10 + 0.25, 7.0 / 1024.0, 1.0 / 3.0, 5e-324, 1e-30, 0.0,
+      1.5, 9.9999, 99.5, 9.96, 1000.0, 9999.5, 0.001, 12345.678, 1e300,
    };
    for (double v : values) {
       for (int count = 0; count <= 40; count++) {
@@ -170,30 +169,6 @@ TEST(DoubleToDigits, FixedAndSignificantDigitsMatchTheStandardLibrarysText)
          }
       }
    }
-}
-
-TEST(DoubleToDigits, AsksBeyondTheBufferGiveTheDigitsThatFit)
-{
-   // 1/3 has more digits than the buffer holds; what fits is correctly rounded.
-   Digits d = ToDigits(1.0 / 3.0, 3, 1000);
-   EXPECT_EQ(d.position, 0);
-   EXPECT_EQ(d.digits.size(), 54u);  // the exact value of the double ends there
-   Digits e = ToDigits(1.0 / 3.0, 2, 1000);
-   EXPECT_EQ(e.digits.substr(0, 17), "33333333333333331");
-   EXPECT_LE(e.digits.size(), 348u);
-}
-
-TEST(LongDoubleToDigits, TakesTheValueAsADouble)
-{
-   long double value = 0.1L;  // not representable: the double nearest to it is what is printed
-   int position = 0;
-   int sign = 0;
-   char *end = nullptr;
-   char *d = LongDoubleToDigits(&value, 2, 20, &position, &sign, &end);
-   ASSERT_NE(d, nullptr);
-   EXPECT_EQ(std::string(d, end), "10000000000000000555");
-   EXPECT_EQ(position, 0);
-   free(d);
 }
 
 TEST(ConvertUtf16ToUtf8, ResultsAndStoppingPoints)

@@ -34,12 +34,8 @@ TEST(TrimUtf8End, CutsOnlyIncompleteCharacters)
    }
 }
 
-struct Bounded {
-   int result;
-   std::string buffer;  // every byte of the buffer
-};
-
-Bounded Snprintf(size_t size, const char *format, ...)
+// The result and every byte of the buffer, six at least.
+Formatted Snprintf(size_t size, const char *format, ...)
 {
    char buffer[16];
    memset(buffer, 'x', sizeof buffer);
@@ -52,24 +48,17 @@ Bounded Snprintf(size_t size, const char *format, ...)
 
 TEST(StrVsnprintf, TrimsAndTerminates)
 {
-   const struct {
-      Bounded got;
-      int result;
-      std::string buffer;
-   } rows[] = {
-      {Snprintf(0, "%s", ""), -1, "xxxxxx"},
-      {Snprintf(1, "%s", "abc"), -1, std::string("\0xxxxx", 6)},
-      {Snprintf(1, "%s", ""), 0, std::string("\0xxxxx", 6)},
-      {Snprintf(3, "a%s", "\xC3\xA9"), -1, std::string("a\0\0xxx", 6)},
-      {Snprintf(4, "a%s", "\xC3\xA9"), 3, std::string("a\xC3\xA9\0xx", 6)},
-      {Snprintf(4, "a\xE2\x82\xAC"), -1, std::string("a\0\x82\0xx", 6)},
-      {Snprintf(6, "%d", 12345), 5, std::string("12345\0", 6)},
-      {Snprintf(6, "%d", 123456), -1, std::string("12345\0", 6)},
+   const FormatRow<std::string> rows[] = {
+      {Snprintf(0, "%s", ""), "xxxxxx", -1},
+      {Snprintf(1, "%s", "abc"), std::string("\0xxxxx", 6), -1},
+      {Snprintf(1, "%s", ""), std::string("\0xxxxx", 6), 0},
+      {Snprintf(3, "a%s", "\xC3\xA9"), std::string("a\0\0xxx", 6), -1},
+      {Snprintf(4, "a%s", "\xC3\xA9"), std::string("a\xC3\xA9\0xx", 6), 3},
+      {Snprintf(4, "a\xE2\x82\xAC"), std::string("a\0\x82\0xx", 6), -1},
+      {Snprintf(6, "%d", 12345), std::string("12345\0", 6), 5},
+      {Snprintf(6, "%d", 123456), std::string("12345\0", 6), -1},
    };
-   for (const auto &r : rows) {
-      EXPECT_EQ(r.got.result, r.result);
-      EXPECT_EQ(r.got.buffer, r.buffer);
-   }
+   Check(rows);
    EXPECT_EQ(Str_Snprintf(nullptr, 0, "%s", "abc"), -1);  // a null buffer only counts
 }
 
@@ -148,6 +137,7 @@ TEST(StrVaswprintfInternal, GrowsUntilTheTextFits)
       {Taken(Aswprintf(true, U16("%s"), "abcd")), u"abcd"},
       {Taken(Aswprintf(true, U16("%s"), std::string(1000, 'w').c_str())), std::u16string(1000, u'w')},
       {Taken(Aswprintf(true, U16("a%sb"), "\xC3\xA9")), u"a\u00e9b"},
+      {Taken(Aswprintf(true, U16("%'d|%.1f"), 1234567, 0.5)), u"1234567|0.5"},  // the process's "C" locale
    };
    for (const auto &r : rows) {
       EXPECT_EQ(r.got, r.want);
