@@ -87,9 +87,9 @@ TEST(W32Util, DirectorySafety)
    };
    attributes = FILE_ATTRIBUTE_DIRECTORY;
    for (bool useSystem : {false, true}) {
-      ASSERT_TRUE(W32UtilMakeSafeDirectory("C:\made", useSystem));
-      EXPECT_TRUE(W32UtilIsDirectorySafe("C:\made", useSystem)) << useSystem;
-      EXPECT_FALSE(W32UtilIsDirectorySafe("C:\made", !useSystem)) << useSystem;
+      ASSERT_TRUE(W32UtilMakeSafeDirectory("C:\\made", useSystem));
+      EXPECT_TRUE(W32UtilIsDirectorySafe("C:\\made", useSystem)) << useSystem;
+      EXPECT_FALSE(W32UtilIsDirectorySafe("C:\\made", !useSystem)) << useSystem;
    }
    w32UtilPlatform = real;
 

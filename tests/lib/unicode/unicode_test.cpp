@@ -29,8 +29,8 @@ TEST(UnicodeEncodingNames, LookupStepsAndTellingRows)
    const struct {
       const char *name, *row;  // the preferred name of the row found
       StringEncoding encoding;
-      int mib, codePage;
-      const char *first;  // null: the row's fields are not checked
+      int mib = 0, codePage = 0;
+      const char *first = nullptr;  // null: the row's fields are not checked
    } rows[] = {
       {"windows-1252", "windows-1252", Unicode_EncodingNameToEnum("windows-1252")},
       {"Windows-57011", "Windows-57011", 314, -1, 57011, "Windows-57011"},

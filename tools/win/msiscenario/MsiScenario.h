@@ -12,13 +12,13 @@ namespace scenario {
 
 // What distinguishes one scenario's package from the base package.
 struct PackageChanges {
-   std::optional<std::string> configXml;                          // replaces the Binary stream
-   bool withoutConfigRow = false;                                 // no Binary row for the document
-   std::vector<std::pair<std::wstring, std::wstring>> properties; // added to the Property table
-   std::vector<std::wstring> skippedActions;                      // sequenced with condition 0
+   std::optional<std::string> configXml{};                          // replaces the Binary stream
+   bool withoutConfigRow = false;                                   // no Binary row for the document
+   std::vector<std::pair<std::wstring, std::wstring>> properties{}; // added to the Property table
+   std::vector<std::wstring> skippedActions{};                      // sequenced with condition 0
    // Where a copy of the document is made right after ExtractMigrConfig has written it back,
    // before the deferred actions use and delete it.
-   std::wstring keptDocument;
+   std::wstring keptDocument{};
 };
 
 // An action's result as the installer saw it. `code` is the number the DLL returned, as far
