@@ -6,6 +6,7 @@
 #include <objbase.h>
 
 #include <thread>
+#include <tuple>
 
 #include "ConfigDump.h"
 #include "LogCapture.h"
@@ -62,12 +63,10 @@ const struct {
        <G><RegistryKey/></G></ServiceMigration></VantoraMigration>)", true, L"SK |k||\n", {"INFO Load ServiceMigration section."}},
    {R"(<VantoraMigration><FileMigration><ConfigFile sourcepath="s" FileType="t"/></FileMigration></VantoraMigration>)", true,
     L"F t|||\n", {"INFO Load FileMigration section."}},
-   {R"(<VantoraMigration><MigrationVars><Macro Name="A">t<Value>c</Value></Macro></MigrationVars></VantoraMigration>)", true,
-    L"M A||\n", MacrosOnly},
+   {R"(<VantoraMigration><MigrationVars><Macro Name="A">t<Value>c</Value></Macro></MigrationVars></VantoraMigration>)", true, L"M A||\n", MacrosOnly},
    {R"(<VantoraMigration><MigrationVars><Macro Name="Grüße" Value=" &amp;&#x20AC; "/></MigrationVars></VantoraMigration>)",
     true, L"M Grüße|| &\u20AC \n", MacrosOnly},
-   {R"(<!DOCTYPE VantoraMigration SYSTEM "absent.dtd"><VantoraMigration><MigrationVars/></VantoraMigration>)", true, L"",
-    MacrosOnly},
+   {R"(<!DOCTYPE VantoraMigration SYSTEM "absent.dtd"><VantoraMigration><MigrationVars/></VantoraMigration>)", true, L"", MacrosOnly},
    {"<VantoraMigration><MigrationVars><Macro Name=\"A\"/></VantoraMigration>", false, L"", NotLoaded},
    {"", false, L"", NotLoaded},
    {nullptr, false, L"", NotLoaded},
@@ -108,10 +107,7 @@ TEST(LoadMigrationDocument, BracketsComOnItsOwn)
       inMta = LoadMigrationDocument(path, config);
       CoUninitialize();
    }).join();
-   EXPECT_TRUE(fresh && nested);
-   EXPECT_EQ(afterFresh, S_OK);
-   EXPECT_EQ(afterNested, S_FALSE);
-   EXPECT_FALSE(inMta);
+   EXPECT_EQ(std::tuple(fresh, nested, afterFresh, afterNested, inMta), std::tuple(true, true, S_OK, S_FALSE, false));
    EXPECT_EQ(capture.Lines(path), Lines{"ERRO COM initialization failed with 80010106!.Last Error: "});
 }
 
@@ -133,19 +129,15 @@ TEST(LoadElementLists, UnqueryableSectionWarnsInEachReadersWords)
 {
    const std::pair<void (*)(), const char *> rows[] = {
       {[] { MacroTable t; LoadMacroList(nullptr, t); }, "WARN There has no Macro elements in section."},
-      {[] { std::vector<RegistryKeyRule> l; LoadRegistryKeyList(nullptr, l); },
-       "WARN There has no RegistryKey elements in section."},
-      {[] { std::vector<RegistrySubKeyRule> l; LoadRegistrySubKeyList(nullptr, l); },
-       "WARN There has no Value elements in section."},
-      {[] { std::vector<RegistryValueRule> l; LoadRegistryValueList(nullptr, l); },
-       "WARN There has no Value elements in section."},
-      {[] { std::vector<ConfigFileRule> l; LoadConfigFileList(nullptr, l); },
-       "WARN There has no ConfigFile elements in section."},
+      {[] { std::vector<RegistryKeyRule> l; LoadRegistryKeyList(nullptr, l); }, "WARN There has no RegistryKey elements in section."},
+      {[] { std::vector<RegistrySubKeyRule> l; LoadRegistrySubKeyList(nullptr, l); }, "WARN There has no Value elements in section."},
+      {[] { std::vector<RegistryValueRule> l; LoadRegistryValueList(nullptr, l); }, "WARN There has no Value elements in section."},
+      {[] { std::vector<ConfigFileRule> l; LoadConfigFileList(nullptr, l); }, "WARN There has no ConfigFile elements in section."},
    };
    for (const auto &[load, warning] : rows) {
       LogCapture capture;
       load();
-      EXPECT_EQ(capture.Entries(), std::vector<std::string>{warning});
+      EXPECT_EQ(capture.Entries(), Lines{warning});
    }
 }
 
