@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "ConfigDump.h"
 #include "HandleGuards.h"
 #include "LogCapture.h"
 #include "MsiScenario.h"
@@ -73,17 +72,6 @@ TEST_F(MarkerTest, OnlyTheNumberOneCounts)
       ASSERT_TRUE(scenario::WriteValue(HKEY_LOCAL_MACHINE, NewVendorKeyPath, r.marker));
       EXPECT_EQ(IsMigrationDone(), r.done) << r.what;
    }
-}
-
-TEST_F(MarkerTest, LoadWithMarkerSetLeavesTheConfigurationEmpty)
-{
-   ASSERT_TRUE(scenario::WriteDword(HKEY_LOCAL_MACHINE, NewVendorKeyPath, MigrationDoneValueName, 1));
-   LogCapture capture;
-   MigrationConfig config;
-   EXPECT_EQ(LoadMigrationConfiguration(0, config, L""), ERROR_SUCCESS);
-   EXPECT_EQ(DumpConfig(config), L"");
-   EXPECT_EQ(capture.Entries(), (Lines{"INFO Enter function: LoadMigrationConfiguration.", "INFO The previous migration done, pass migration services.",
-                                       "INFO Leave function: LoadMigrationConfiguration."}));
 }
 
 TEST(SetProcessPrivilege, EnablesAndDisablesSilentlyOrLogsWhatFailed)

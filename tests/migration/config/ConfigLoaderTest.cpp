@@ -171,29 +171,33 @@ TEST(ComErrorText, Texts)
    }
 }
 
-TEST(LoadMigrationConfiguration, BrokenDocumentIsFileInvalidAndAGoodOneListsItsMacros)
+// A marker from an earlier migration skips the load, whatever the document holds.
+TEST(LoadMigrationConfiguration, MarkerSkipsBrokenDocumentIsFileInvalidAndAGoodOneListsItsMacros)
 {
-   // A marker left by another test would skip the load altogether.
-   RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, NewVendorKeyPath.c_str(), MigrationDoneValueName.c_str());
-   const Lines enter = {"INFO Enter function: LoadMigrationConfiguration.", "INFO Parsing migration config file {path}."};
+   const std::string parsing = "INFO Parsing migration config file {path}.";
+   const char *good = R"(<VantoraMigration><MigrationVars><Macro Name="DIR" Variable="INSTALLDIR" Value="C:\Corvane\"/><Macro Name="E"/>
+                        </MigrationVars><FileMigration/></VantoraMigration>)";
    const struct {
+      bool marked;
       const char *xml;
       UINT code;
-      Lines log;  // between the two lines above and the leave line
+      const wchar_t *dump;
+      Lines log;  // between the enter and leave lines
    } rows[] = {
-      {"<VantoraMigration>", 1006, {NotLoaded[0], NotLoaded[1], "ERRO Installer can't load configuration file."}},
-      {R"(<VantoraMigration><MigrationVars><Macro Name="DIR" Variable="INSTALLDIR" Value="C:\Corvane\"/><Macro Name="E"/>
-          </MigrationVars><FileMigration/></VantoraMigration>)",
-       0,
-       {"INFO Load MigrationVars section.", "INFO Load FileMigration section.", "INFO Global macro table write to XML:",
-        "INFO Macro: DIR Variable: INSTALLDIR Value: C:\\Corvane\\.", "INFO Macro: E Variable:  Value: ."}},
+      {true, good, 0, L"", {"INFO The previous migration done, pass migration services."}},
+      {false, "<VantoraMigration>", 1006, L"", {parsing, NotLoaded[0], NotLoaded[1], "ERRO Installer can't load configuration file."}},
+      {false, good, 0, L"M DIR|INSTALLDIR|C:\\Corvane\\\nM E||\n", {parsing, "INFO Load MigrationVars section.", "INFO Load FileMigration section.",
+       "INFO Global macro table write to XML:", "INFO Macro: DIR Variable: INSTALLDIR Value: C:\\Corvane\\.", "INFO Macro: E Variable:  Value: ."}},
    };
    for (const auto &r : rows) {
+      RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, NewVendorKeyPath.c_str(), MigrationDoneValueName.c_str());
+      ASSERT_TRUE(!r.marked || scenario::WriteDword(HKEY_LOCAL_MACHINE, NewVendorKeyPath, MigrationDoneValueName, 1));
       LogCapture capture;
       MigrationConfig config;
       const std::wstring path = Write(capture, r.xml);
       EXPECT_EQ(LoadMigrationConfiguration(0, config, path), r.code);
-      Lines expected = enter;
+      EXPECT_EQ(DumpConfig(config), r.dump);
+      Lines expected = {"INFO Enter function: LoadMigrationConfiguration."};
       expected.insert(expected.end(), r.log.begin(), r.log.end());
       expected.push_back("INFO Leave function: LoadMigrationConfiguration.");
       EXPECT_EQ(capture.Lines(path), expected);
