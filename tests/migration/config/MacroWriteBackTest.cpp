@@ -27,16 +27,14 @@ const struct {
    std::string section; // what the saved file holds from <MigrationVars on; empty: the file as it was
    std::vector<std::string> log; // without the "Macro:" lines, which the section shows
 } Cases[] = {
-   {"Resolved", "<VantoraMigration><MigrationVars><!-- c --><Macro Name='Long' Variable='VTR_LONG' Value='old'/><Macro "
-    "Value='v&amp;'/></MigrationVars></VantoraMigration>", true, false, REG_SZ, L"C:\\PD", "<MigrationVars><Macro Name=\"Long\" "
-    "Variable=\"VTR_LONG\" Value=\"" + Long + "\"/><Macro Name=\"\" Value=\"v&amp;\"/>" + ProgramData,
-    {Loaded, "INFO Get installer property VTR_LONG.", Echoed}},
+   {"Resolved", "<VantoraMigration><MigrationVars><!-- c --><Macro Name='Long' Variable='VTR_LONG' Value='old'/><Macro Value='v&amp;'/></MigrationVars>"
+    "</VantoraMigration>", true, false, REG_SZ, L"C:\\PD", "<MigrationVars><Macro Name=\"Long\" Variable=\"VTR_LONG\" Value=\"" + Long +
+    "\"/><Macro Name=\"\" Value=\"v&amp;\"/>" + ProgramData, {Loaded, "INFO Get installer property VTR_LONG.", Echoed}},
    {"NoSession", "<VantoraMigration><MigrationVars><Macro Name='U' Variable='P'/></MigrationVars></VantoraMigration>", false,
     false, REG_SZ, L"C:\\PD", "<MigrationVars><Macro Name=\"U\" Variable=\"P\"/>" + std::string(ProgramData),
     {Loaded, "INFO Get installer property P.", "ERRO Failed to get installer property P, error = 0x00000006.", Echoed}},
-   {"OwnProgramDataStaysFirst", "<VantoraMigration><MigrationVars><Macro Name='ProgramData' Value='D:'/></MigrationVars>"
-    "</VantoraMigration>", true, false, REG_SZ, L"C:\\PD", "<MigrationVars><Macro Name=\"ProgramData\" Value=\"D:\"/>" +
-    std::string(ProgramData), {Loaded, Echoed}},
+   {"OwnProgramDataStaysFirst", "<VantoraMigration><MigrationVars><Macro Name='ProgramData' Value='D:'/></MigrationVars></VantoraMigration>", true,
+    false, REG_SZ, L"C:\\PD", "<MigrationVars><Macro Name=\"ProgramData\" Value=\"D:\"/>" + std::string(ProgramData), {Loaded, Echoed}},
    {"NotSaved", Empty, true, true, REG_SZ, L"C:\\PD", "", {Loaded, Echoed, "ERRO Failed to save to XML file {path}."}},
    {"NoShellFolders", Empty, true, false, REG_NONE, L"", "<MigrationVars/>", {Loaded, "WARN Can't open local machine key SOFTWARE\\"
     "Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders, error = 0x00000002.", Echoed}},

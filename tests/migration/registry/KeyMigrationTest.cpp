@@ -263,15 +263,13 @@ TEST_F(KeyMigrationTest, NewKeyWhoseCopiedDescriptorRefusesWritingIsLeftEmpty)
                          "ERRO Failed to open destinition registry key B, ignore...", "ERRO Failed to open destinition registry key C, ignore..."}));
    // The refused key stands, empty, with the source's descriptor.
    EXPECT_EQ(DumpTree(Machine, Dest + L"\\B"), Lines{"B"});
-   UniqueHkey key;
-   ASSERT_EQ(RegOpenKeyExW(Machine, (Dest + L"\\B").c_str(), 0, READ_CONTROL, key.put()), ERROR_SUCCESS);
-   std::vector<BYTE> descriptor(1024);
-   DWORD size = static_cast<DWORD>(descriptor.size());
-   ASSERT_EQ(RegGetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor.data(), &size), ERROR_SUCCESS);
+   // Read as the engine reads a source: the key's own bytes (see DescriptorIsTheKeysOwnBytes).
+   UniqueLocalMemory descriptor(GetKeySecurityDescriptor(Machine, Dest + L"\\B"));
    wchar_t *sddl = nullptr;
-   ASSERT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.data(), SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &sddl, nullptr));
+   ASSERT_TRUE(descriptor && ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.get(), SDDL_REVISION_1, DACL_SECURITY_INFORMATION,
+                                                                                  &sddl, nullptr));
+   UniqueLocalMemory text(sddl);
    EXPECT_EQ(std::wstring(sddl), L"D:P(A;;KR;;;WD)");
-   LocalFree(sddl);
    for (const std::wstring &path : {Source + L"\\B", Source + L"\\C", Dest + L"\\B", Dest + L"\\C"}) {
       EXPECT_TRUE(scenario::SetKeySecurity(Machine, path, L"D:P(A;;KA;;;WD)"));
    }
@@ -284,9 +282,8 @@ TEST_F(KeyMigrationTest, ClassesRootTakesTheMachineClassesDescriptor)
    EXPECT_EQ(Migrate(HKEY_CLASSES_ROOT, L"", Rule(names[0], names[1], L"Overwrite")),
              Lines{"INFO Migrated FriendlyAppName to FriendlyAppName."});
    EXPECT_EQ(DumpTree(HKEY_CLASSES_ROOT, names[1]), (Lines{"VtrTestClassDst", "VtrTestClassDst: FriendlyAppName = REG_SZ \"App\""}));
-   for (const wchar_t *name : names) {
-      scenario::DeleteTree(HKEY_CLASSES_ROOT, name);
-   }
+   scenario::DeleteTree(HKEY_CLASSES_ROOT, names[0]);
+   scenario::DeleteTree(HKEY_CLASSES_ROOT, names[1]);
 }
 
 TEST_F(KeyMigrationTest, LeafIsCreatedEvenWhenItsSourceDescriptorCannotBeRead)
