@@ -74,19 +74,6 @@ TEST_F(MarkerTest, OnlyTheNumberOneCounts)
    }
 }
 
-TEST_F(MarkerTest, LoadWithMarkerSetLeavesTheConfigurationEmpty)
-{
-   ASSERT_TRUE(scenario::WriteDword(HKEY_LOCAL_MACHINE, NewVendorKeyPath, MigrationDoneValueName, 1));
-   LogCapture capture;
-   MigrationConfig config;
-   EXPECT_EQ(LoadMigrationConfiguration(0, config, L""), ERROR_SUCCESS);
-   EXPECT_TRUE(config.Macros.empty() && config.ServiceKeys.empty() && config.UserKeys.empty() &&
-               config.ConfigFiles.empty());
-   EXPECT_EQ(capture.Entries(), (Lines{"INFO Enter function: LoadMigrationConfiguration.",
-                                       "INFO The previous migration done, pass migration services.",
-                                       "INFO Leave function: LoadMigrationConfiguration."}));
-}
-
 TEST(SetProcessPrivilege, EnablesAndDisablesSilentlyOrLogsWhatFailed)
 {
    UniqueHandle token;
@@ -95,7 +82,7 @@ TEST(SetProcessPrivilege, EnablesAndDisablesSilentlyOrLogsWhatFailed)
       HANDLE token;
       const wchar_t *name;
       int enable;
-      const char *failure;  // the head of the one line logged, or null
+      const char *failure;  // the one line logged, the system's text cut off, or null
    } rows[] = {
       {token.get(), L"SeBackupPrivilege", 1, nullptr},
       {token.get(), L"SeRestorePrivilege", 0, nullptr},
@@ -106,11 +93,7 @@ TEST(SetProcessPrivilege, EnablesAndDisablesSilentlyOrLogsWhatFailed)
    for (const auto &r : rows) {
       LogCapture capture;
       EXPECT_EQ(SetProcessPrivilege(r.token, r.name, r.enable), r.failure == nullptr) << scenario::Narrow(r.name);
-      const Lines entries = capture.Entries();
-      ASSERT_EQ(entries.size(), r.failure ? 1u : 0u);
-      if (r.failure) {
-         EXPECT_EQ(entries[0].rfind(r.failure, 0), 0u) << entries[0];
-      }
+      EXPECT_EQ(capture.Lines(L""), r.failure ? Lines{r.failure} : Lines{}) << scenario::Narrow(r.name);
    }
 }
 

@@ -49,17 +49,8 @@ const ExtractionPlatform Recording = {
    [](DWORD size, LPWSTR buffer) { Call("temp"); return script.noTempPath ? 0 : Real.GetTempPathW(size, buffer); },
    [](LPCWSTR path) { Call("attributes"); return Real.GetFileAttributesW(path); },
    [](LPCWSTR path) { Call("delete"); return ++deletes < script.deleteWorksAtCall ? FALSE : Real.DeleteFileW(path); },
-   [](DWORD ms) {
-      Call("sleep:" + std::to_string(ms));
-      if (++sleeps == script.releaseAfterSleeps) {
-         Release();
-      }
-      Real.Sleep(ms);
-   },
-   [](MSIHANDLE record, UINT field) {
-      Call("size:" + std::to_string(field));
-      return script.emptyStream ? 0 : Real.MsiRecordDataSize(record, field);
-   },
+   [](DWORD ms) { Call("sleep:" + std::to_string(ms)); if (++sleeps == script.releaseAfterSleeps) { Release(); } Real.Sleep(ms); },
+   [](MSIHANDLE record, UINT field) { Call("size:" + std::to_string(field)); return script.emptyStream ? 0 : Real.MsiRecordDataSize(record, field); },
    [](MSIHANDLE record, UINT field, char *data, DWORD *size) {
       Call("read:" + std::to_string(field));
       return script.readResult != 0 ? script.readResult : Real.MsiRecordReadStream(record, field, data, size);

@@ -6,6 +6,7 @@
 #include <objbase.h>
 
 #include <thread>
+#include <tuple>
 
 #include "ConfigDump.h"
 #include "LogCapture.h"
@@ -62,12 +63,10 @@ const struct {
        <G><RegistryKey/></G></ServiceMigration></VantoraMigration>)", true, L"SK |k||\n", {"INFO Load ServiceMigration section."}},
    {R"(<VantoraMigration><FileMigration><ConfigFile sourcepath="s" FileType="t"/></FileMigration></VantoraMigration>)", true,
     L"F t|||\n", {"INFO Load FileMigration section."}},
-   {R"(<VantoraMigration><MigrationVars><Macro Name="A">t<Value>c</Value></Macro></MigrationVars></VantoraMigration>)", true,
-    L"M A||\n", MacrosOnly},
+   {R"(<VantoraMigration><MigrationVars><Macro Name="A">t<Value>c</Value></Macro></MigrationVars></VantoraMigration>)", true, L"M A||\n", MacrosOnly},
    {R"(<VantoraMigration><MigrationVars><Macro Name="Grüße" Value=" &amp;&#x20AC; "/></MigrationVars></VantoraMigration>)",
     true, L"M Grüße|| &\u20AC \n", MacrosOnly},
-   {R"(<!DOCTYPE VantoraMigration SYSTEM "absent.dtd"><VantoraMigration><MigrationVars/></VantoraMigration>)", true, L"",
-    MacrosOnly},
+   {R"(<!DOCTYPE VantoraMigration SYSTEM "absent.dtd"><VantoraMigration><MigrationVars/></VantoraMigration>)", true, L"", MacrosOnly},
    {"<VantoraMigration><MigrationVars><Macro Name=\"A\"/></VantoraMigration>", false, L"", NotLoaded},
    {"", false, L"", NotLoaded},
    {nullptr, false, L"", NotLoaded},
@@ -108,10 +107,7 @@ TEST(LoadMigrationDocument, BracketsComOnItsOwn)
       inMta = LoadMigrationDocument(path, config);
       CoUninitialize();
    }).join();
-   EXPECT_TRUE(fresh && nested);
-   EXPECT_EQ(afterFresh, S_OK);
-   EXPECT_EQ(afterNested, S_FALSE);
-   EXPECT_FALSE(inMta);
+   EXPECT_EQ(std::tuple(fresh, nested, afterFresh, afterNested, inMta), std::tuple(true, true, S_OK, S_FALSE, false));
    EXPECT_EQ(capture.Lines(path), Lines{"ERRO COM initialization failed with 80010106!.Last Error: "});
 }
 
@@ -133,19 +129,15 @@ TEST(LoadElementLists, UnqueryableSectionWarnsInEachReadersWords)
 {
    const std::pair<void (*)(), const char *> rows[] = {
       {[] { MacroTable t; LoadMacroList(nullptr, t); }, "WARN There has no Macro elements in section."},
-      {[] { std::vector<RegistryKeyRule> l; LoadRegistryKeyList(nullptr, l); },
-       "WARN There has no RegistryKey elements in section."},
-      {[] { std::vector<RegistrySubKeyRule> l; LoadRegistrySubKeyList(nullptr, l); },
-       "WARN There has no Value elements in section."},
-      {[] { std::vector<RegistryValueRule> l; LoadRegistryValueList(nullptr, l); },
-       "WARN There has no Value elements in section."},
-      {[] { std::vector<ConfigFileRule> l; LoadConfigFileList(nullptr, l); },
-       "WARN There has no ConfigFile elements in section."},
+      {[] { std::vector<RegistryKeyRule> l; LoadRegistryKeyList(nullptr, l); }, "WARN There has no RegistryKey elements in section."},
+      {[] { std::vector<RegistrySubKeyRule> l; LoadRegistrySubKeyList(nullptr, l); }, "WARN There has no Value elements in section."},
+      {[] { std::vector<RegistryValueRule> l; LoadRegistryValueList(nullptr, l); }, "WARN There has no Value elements in section."},
+      {[] { std::vector<ConfigFileRule> l; LoadConfigFileList(nullptr, l); }, "WARN There has no ConfigFile elements in section."},
    };
    for (const auto &[load, warning] : rows) {
       LogCapture capture;
       load();
-      EXPECT_EQ(capture.Entries(), std::vector<std::string>{warning});
+      EXPECT_EQ(capture.Entries(), Lines{warning});
    }
 }
 
@@ -179,29 +171,33 @@ TEST(ComErrorText, Texts)
    }
 }
 
-TEST(LoadMigrationConfiguration, BrokenDocumentIsFileInvalidAndAGoodOneListsItsMacros)
+// A marker from an earlier migration skips the load, whatever the document holds.
+TEST(LoadMigrationConfiguration, MarkerSkipsBrokenDocumentIsFileInvalidAndAGoodOneListsItsMacros)
 {
-   // A marker left by another test would skip the load altogether.
-   RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, NewVendorKeyPath.c_str(), MigrationDoneValueName.c_str());
-   const Lines enter = {"INFO Enter function: LoadMigrationConfiguration.", "INFO Parsing migration config file {path}."};
+   const std::string parsing = "INFO Parsing migration config file {path}.";
+   const char *good = R"(<VantoraMigration><MigrationVars><Macro Name="DIR" Variable="INSTALLDIR" Value="C:\Corvane\"/><Macro Name="E"/>
+                        </MigrationVars><FileMigration/></VantoraMigration>)";
    const struct {
+      bool marked;
       const char *xml;
       UINT code;
-      Lines log;  // between the two lines above and the leave line
+      const wchar_t *dump;
+      Lines log;  // between the enter and leave lines
    } rows[] = {
-      {"<VantoraMigration>", 1006, {NotLoaded[0], NotLoaded[1], "ERRO Installer can't load configuration file."}},
-      {R"(<VantoraMigration><MigrationVars><Macro Name="DIR" Variable="INSTALLDIR" Value="C:\Corvane\"/><Macro Name="E"/>
-          </MigrationVars><FileMigration/></VantoraMigration>)",
-       0,
-       {"INFO Load MigrationVars section.", "INFO Load FileMigration section.", "INFO Global macro table write to XML:",
-        "INFO Macro: DIR Variable: INSTALLDIR Value: C:\\Corvane\\.", "INFO Macro: E Variable:  Value: ."}},
+      {true, good, 0, L"", {"INFO The previous migration done, pass migration services."}},
+      {false, "<VantoraMigration>", 1006, L"", {parsing, NotLoaded[0], NotLoaded[1], "ERRO Installer can't load configuration file."}},
+      {false, good, 0, L"M DIR|INSTALLDIR|C:\\Corvane\\\nM E||\n", {parsing, "INFO Load MigrationVars section.", "INFO Load FileMigration section.",
+       "INFO Global macro table write to XML:", "INFO Macro: DIR Variable: INSTALLDIR Value: C:\\Corvane\\.", "INFO Macro: E Variable:  Value: ."}},
    };
    for (const auto &r : rows) {
+      RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, NewVendorKeyPath.c_str(), MigrationDoneValueName.c_str());
+      ASSERT_TRUE(!r.marked || scenario::WriteDword(HKEY_LOCAL_MACHINE, NewVendorKeyPath, MigrationDoneValueName, 1));
       LogCapture capture;
       MigrationConfig config;
       const std::wstring path = Write(capture, r.xml);
       EXPECT_EQ(LoadMigrationConfiguration(0, config, path), r.code);
-      Lines expected = enter;
+      EXPECT_EQ(DumpConfig(config), r.dump);
+      Lines expected = {"INFO Enter function: LoadMigrationConfiguration."};
       expected.insert(expected.end(), r.log.begin(), r.log.end());
       expected.push_back("INFO Leave function: LoadMigrationConfiguration.");
       EXPECT_EQ(capture.Lines(path), expected);

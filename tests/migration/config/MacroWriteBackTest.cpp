@@ -27,16 +27,14 @@ const struct {
    std::string section; // what the saved file holds from <MigrationVars on; empty: the file as it was
    std::vector<std::string> log; // without the "Macro:" lines, which the section shows
 } Cases[] = {
-   {"Resolved", "<VantoraMigration><MigrationVars><!-- c --><Macro Name='Long' Variable='VTR_LONG' Value='old'/><Macro "
-    "Value='v&amp;'/></MigrationVars></VantoraMigration>", true, false, REG_SZ, L"C:\\PD", "<MigrationVars><Macro Name=\"Long\" "
-    "Variable=\"VTR_LONG\" Value=\"" + Long + "\"/><Macro Name=\"\" Value=\"v&amp;\"/>" + ProgramData,
-    {Loaded, "INFO Get installer property VTR_LONG.", Echoed}},
+   {"Resolved", "<VantoraMigration><MigrationVars><!-- c --><Macro Name='Long' Variable='VTR_LONG' Value='old'/><Macro Value='v&amp;'/></MigrationVars>"
+    "</VantoraMigration>", true, false, REG_SZ, L"C:\\PD", "<MigrationVars><Macro Name=\"Long\" Variable=\"VTR_LONG\" Value=\"" + Long +
+    "\"/><Macro Name=\"\" Value=\"v&amp;\"/>" + ProgramData, {Loaded, "INFO Get installer property VTR_LONG.", Echoed}},
    {"NoSession", "<VantoraMigration><MigrationVars><Macro Name='U' Variable='P'/></MigrationVars></VantoraMigration>", false,
     false, REG_SZ, L"C:\\PD", "<MigrationVars><Macro Name=\"U\" Variable=\"P\"/>" + std::string(ProgramData),
     {Loaded, "INFO Get installer property P.", "ERRO Failed to get installer property P, error = 0x00000006.", Echoed}},
-   {"OwnProgramDataStaysFirst", "<VantoraMigration><MigrationVars><Macro Name='ProgramData' Value='D:'/></MigrationVars>"
-    "</VantoraMigration>", true, false, REG_SZ, L"C:\\PD", "<MigrationVars><Macro Name=\"ProgramData\" Value=\"D:\"/>" +
-    std::string(ProgramData), {Loaded, Echoed}},
+   {"OwnProgramDataStaysFirst", "<VantoraMigration><MigrationVars><Macro Name='ProgramData' Value='D:'/></MigrationVars></VantoraMigration>", true,
+    false, REG_SZ, L"C:\\PD", "<MigrationVars><Macro Name=\"ProgramData\" Value=\"D:\"/>" + std::string(ProgramData), {Loaded, Echoed}},
    {"NotSaved", Empty, true, true, REG_SZ, L"C:\\PD", "", {Loaded, Echoed, "ERRO Failed to save to XML file {path}."}},
    {"NoShellFolders", Empty, true, false, REG_NONE, L"", "<MigrationVars/>", {Loaded, "WARN Can't open local machine key SOFTWARE\\"
     "Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders, error = 0x00000002.", Echoed}},
@@ -48,26 +46,19 @@ const struct {
 
 TEST(UpdateXmlMacros, Rows)
 {
-   const UniqueMsiHandle session(
-      OpenSession({.properties = {{L"VTR_LONG", scenario::Widen(Long)}}}));
+   const UniqueMsiHandle session(OpenSession({.properties = {{L"VTR_LONG", scenario::Widen(Long)}}}));
    const wchar_t scratch[] = L"Software\\vtr-test-machine";
    for (const auto &c : Cases) {
       SCOPED_TRACE(c.label);
       RegDeleteTreeW(HKEY_CURRENT_USER, scratch);
-      UniqueHkey machine, folders;
+      UniqueHkey machine;
       RegCreateKeyExW(HKEY_CURRENT_USER, scratch, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, machine.put(), nullptr);
-      if (c.type != REG_NONE) {
-         RegCreateKeyExW(machine.get(), L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders", 0,
-                         nullptr, 0, KEY_ALL_ACCESS, nullptr, folders.put(), nullptr);
-         RegSetValueExW(folders.get(), L"Common AppData", 0, c.type, reinterpret_cast<const BYTE *>(c.stored.c_str()),
-                        static_cast<DWORD>((c.stored.size() + 1) * sizeof(wchar_t)));
-      }
+      EXPECT_TRUE(c.type == REG_NONE || scenario::WriteValue(machine.get(), L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders",
+                                                             scenario::TextValue(L"Common AppData", c.stored, c.type)));
       LogCapture capture;
       const std::wstring path = capture.Directory() + L"\\vtrMigrateConf.xml";
       scenario::WriteFileBytes(path, c.xml);
-      UniqueHandle reader(c.locked ? CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0,
-                                                 nullptr)
-                                   : nullptr);
+      UniqueHandle reader(c.locked ? CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr) : nullptr);
 
       ASSERT_EQ(RegOverridePredefKey(HKEY_LOCAL_MACHINE, machine.get()), ERROR_SUCCESS);
       EXPECT_EQ(UpdateXmlMacros(c.session ? session.get() : 0, path), c.section != "");
@@ -76,12 +67,8 @@ TEST(UpdateXmlMacros, Rows)
 
       const std::string saved = scenario::ReadFileBytes(path);
       EXPECT_TRUE(c.section.empty() ? saved == c.xml : saved.find(c.section) != std::string::npos) << saved;
-      std::vector<std::string> log;
-      for (const std::string &line : capture.Lines(path)) {
-         if (line.rfind("INFO Macro: ", 0) != 0) {
-            log.push_back(line);
-         }
-      }
+      std::vector<std::string> log = capture.Lines(path);
+      std::erase_if(log, [](const std::string &line) { return line.rfind("INFO Macro: ", 0) == 0; });
       EXPECT_EQ(log, c.log);
    }
    RegDeleteTreeW(HKEY_CURRENT_USER, scratch);

@@ -31,10 +31,8 @@ TEST(MigrationLog, LineHasTimestampIdsLevelMessageAndCrlf)
    LogCapture capture;
    LogMessage(LogLevelWarning, "Enter function: %s.", "ExtractMigrConfig");
 
-   const std::string expected = "^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} <" +
-                                std::to_string(GetCurrentProcessId()) + "> \\[" +
-                                std::to_string(GetCurrentThreadId()) +
-                                "\\] WARN Enter function: ExtractMigrConfig\\.\r\n$";
+   const std::string expected = "^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} <" + std::to_string(GetCurrentProcessId()) + "> \\[" +
+                                std::to_string(GetCurrentThreadId()) + "\\] WARN Enter function: ExtractMigrConfig\\.\r\n$";
    EXPECT_TRUE(std::regex_match(capture.Contents(), std::regex(expected))) << capture.Contents();
 }
 
@@ -55,22 +53,17 @@ TEST(MigrationLog, ConversionsMatchTheRuntimeAndWideTextArrivesAsUtf8)
       std::string got;
       std::string want;
    } rows[] = {
-      {Logged(4, "Parsing migration config file %S.", L"C:\\Temp\\vtrMigrateConf.xml"),
-       "INFO Parsing migration config file C:\\Temp\\vtrMigrateConf.xml."},
+      {Logged(4, "Parsing migration config file %S.", L"C:\\Temp\\vtrMigrateConf.xml"), "INFO Parsing migration config file C:\\Temp\\vtrMigrateConf.xml."},
       {Logged(4, "Domain - %ws, Name - %ls", L"CORP", L"\u0410"), "INFO Domain - CORP, Name - \xd0\x90"},
       {Logged(4, "[%S]|%-6S|%.2S|", L"", L"ab", L"abcdef"), "INFO []|ab    |ab|"},
-      {Logged(4, "User %S, %S macro table:", L"J\u00fcrgen", L"\u674e\u96f7"),
-       "INFO User J\xc3\xbcrgen, \xe6\x9d\x8e\xe9\x9b\xb7 macro table:"},
+      {Logged(4, "User %S, %S macro table:", L"J\u00fcrgen", L"\u674e\u96f7"), "INFO User J\xc3\xbcrgen, \xe6\x9d\x8e\xe9\x9b\xb7 macro table:"},
       {Logged(4, "%.1S|%*S|", L"\u00e9\u00e8", 3, L"\u00e9"), "INFO \xc3\xa9| \xc3\xa9|"},
       {Logged(4, "[%hS]", "narrow"), "INFO [narrow]"},
-      {Logged(4, "0x%08X %d %u %x %I64u %% %c", 5u, -7, 0xFFFFFFFFu, 255, ~0ull, 'x'),
-       "INFO 0x00000005 -7 4294967295 ff 18446744073709551615 % x"},
+      {Logged(4, "0x%08X %d %u %x %I64u %% %c", 5u, -7, 0xFFFFFFFFu, 255, ~0ull, 'x'), "INFO 0x00000005 -7 4294967295 ff 18446744073709551615 % x"},
       {Logged(4, "[%5s|%-5s|%.2s|%*d|%-*.*s]", "ab", "cd", "efgh", 4, 42, 6, 2, "xyz"), "INFO [   ab|cd   |ef|  42|xy    ]"},
       // A wide text under a lower-case %s is read as narrow: it ends after its first character.
-      {Logged(4, "Final Error when loading XML file: %s", reinterpret_cast<const char *>(L"Out of memory")),
-       "INFO Final Error when loading XML file: O"},
-      // The message is cut at 4095 characters.
-      {Logged(4, "%s", std::string(4094, 'x').c_str()), "INFO " + std::string(4094, 'x')},
+      {Logged(4, "Final Error when loading XML file: %s", reinterpret_cast<const char *>(L"Out of memory")), "INFO Final Error when loading XML file: O"},
+      // The message is cut at 4095 characters: a shorter cut loses the first row's last one.
       {Logged(4, "%s", std::string(4095, 'x').c_str()), "INFO " + std::string(4095, 'x')},
       {Logged(4, "%s", std::string(4096, 'x').c_str()), "INFO " + std::string(4095, 'x')},
       {Logged(4, "%s", std::string(5000, 'x').c_str()), "INFO " + std::string(4095, 'x')},
@@ -118,13 +111,12 @@ TEST(MigrationLog, AppendsToAnExistingFileThatOthersMayHoldOpen)
 {
    LogCapture capture;
    AppendLogLine("earlier run\n");
-   HANDLE other = CreateFileW((capture.Directory() + L"\\MigrVantora.log").c_str(), GENERIC_READ | GENERIC_WRITE,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
+   HANDLE other = CreateFileW((capture.Directory() + L"\\MigrVantora.log").c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                              nullptr, OPEN_EXISTING, 0, nullptr);
    ASSERT_NE(other, INVALID_HANDLE_VALUE);
    LogMessage(LogLevelInfo, "later run");
    CloseHandle(other);
-   const std::string contents = capture.Contents();
-   EXPECT_EQ(contents.rfind("earlier run\r\n", 0), 0u);
+   EXPECT_EQ(capture.Contents().rfind("earlier run\r\n", 0), 0u);
    EXPECT_EQ(capture.Entries(), Lines{"INFO later run"});
 }
 
@@ -181,15 +173,8 @@ TEST(MigrationLog, TracedCallWritesEachLineAtOnceWhereverTheTemporaryDirectoryIs
 TEST(FunctionTrace, LeaveLineWrittenWhenAnExceptionPasses)
 {
    LogCapture capture;
-   EXPECT_THROW(
-      {
-         FunctionTrace trace("ExtractFileFromTable");
-         LogMessage(LogLevelInfo, "inside");
-         throw std::runtime_error("boom");
-      },
-      std::runtime_error);
-   EXPECT_EQ(capture.Entries(), (Lines{"INFO Enter function: ExtractFileFromTable.", "INFO inside",
-                                       "INFO Leave function: ExtractFileFromTable."}));
+   EXPECT_THROW({ FunctionTrace trace("ExtractFileFromTable"); LogMessage(LogLevelInfo, "inside"); throw std::runtime_error("boom"); }, std::runtime_error);
+   EXPECT_EQ(capture.Entries(), (Lines{"INFO Enter function: ExtractFileFromTable.", "INFO inside", "INFO Leave function: ExtractFileFromTable."}));
 }
 
 } // namespace

@@ -26,11 +26,6 @@ const std::wstring TestRoot = L"Software\\VtrDst";
 const std::wstring Dest = TestRoot + L"\\Client";
 const HKEY Machine = HKEY_LOCAL_MACHINE;
 
-void EnableSecurityPrivilege(bool enable)
-{
-   ASSERT_TRUE(scenario::SetPrivilege(SE_SECURITY_NAME, enable));
-}
-
 RegistryKeyRule Rule(const std::wstring &source, const std::wstring &dest, const std::wstring &action,
                      std::vector<RegistrySubKeyRule> subKeys = {}, std::vector<RegistryValueRule> values = {})
 {
@@ -53,8 +48,7 @@ class KeyMigrationTest : public testing::Test
 protected:
    void SetUp() override
    {
-      EnableSecurityPrivilege(false);
-      Cleanup();
+      TearDown();
       scenario::WriteValue(Machine, Source, DwordValue(L"v1", 1));
       scenario::WriteString(Machine, Source + L"\\A", L"a", L"x");
       scenario::WriteValue(Machine, Source + L"\\A\\A1", DwordValue(L"deep", 3));
@@ -63,11 +57,7 @@ protected:
    }
    void TearDown() override
    {
-      EnableSecurityPrivilege(false);
-      Cleanup();
-   }
-   static void Cleanup()
-   {
+      ASSERT_TRUE(scenario::SetPrivilege(SE_SECURITY_NAME, false));
       scenario::DeleteTree(Machine, Vendor);
       scenario::DeleteTree(Machine, TestRoot);
    }
@@ -75,6 +65,7 @@ protected:
 
 const Lines SourceTree = {"Client", "Client: v1 = REG_DWORD 1", "Client\\A", "Client\\A: a = REG_SZ \"x\"",
                           "Client\\A\\A1", "Client\\A\\A1: deep = REG_DWORD 3", "Client\\B", "Client\\B: b = type 3 hex:07"};
+const std::string ClientExists = "INFO The destination key Software\\VtrDst\\Client exists, ignore and continue.";
 
 TEST_F(KeyMigrationTest, TreeWalk)
 {
@@ -82,52 +73,40 @@ TEST_F(KeyMigrationTest, TreeWalk)
       RegistryKeyRule rule;
       std::vector<std::pair<std::wstring, scenario::RegValue>> before;  // below TestRoot
       int runs;
-      Lines tree;  // of TestRoot afterwards
+      Lines tree;  // of Dest afterwards
       Lines log;   // of the last run
    } rows[] = {
       // Values before children, depth first; an existing destination keeps its own values.
       {Rule(Source, Dest, L"Overwrite"), {{L"Client", DwordValue(L"v1", 99)}, {L"Client", DwordValue(L"own", 5)}}, 1,
-       {"VtrDst", "VtrDst\\Client", "VtrDst\\Client: own = REG_DWORD 5", "VtrDst\\Client: v1 = REG_DWORD 1",
-        "VtrDst\\Client\\A", "VtrDst\\Client\\A: a = REG_SZ \"x\"", "VtrDst\\Client\\A\\A1",
-        "VtrDst\\Client\\A\\A1: deep = REG_DWORD 3", "VtrDst\\Client\\B", "VtrDst\\Client\\B: b = type 3 hex:07"},
-       {"INFO The destination key Software\\VtrDst\\Client exists, ignore and continue.", "INFO Migrated v1 to v1.",
-        "INFO Migrated a to a.", "INFO Migrated deep to deep.", "INFO Migrated b to b."}},
+       {"Client", "Client: own = REG_DWORD 5", "Client: v1 = REG_DWORD 1", "Client\\A", "Client\\A: a = REG_SZ \"x\"", "Client\\A\\A1",
+        "Client\\A\\A1: deep = REG_DWORD 3", "Client\\B", "Client\\B: b = type 3 hex:07"},
+       {ClientExists, "INFO Migrated v1 to v1.", "INFO Migrated a to a.", "INFO Migrated deep to deep.", "INFO Migrated b to b."}},
       // Skip still creates and walks the keys.
-      {Rule(Source, Dest, L"skip"), {}, 1,
-       {"VtrDst", "VtrDst\\Client", "VtrDst\\Client\\A", "VtrDst\\Client\\A\\A1", "VtrDst\\Client\\B"},
+      {Rule(Source, Dest, L"skip"), {}, 1, {"Client", "Client\\A", "Client\\A\\A1", "Client\\B"},
        {"INFO Value v1 skipped.", "INFO Value a skipped.", "INFO Value deep skipped.", "INFO Value b skipped."}},
       // A sub-key rule renames a child, through segments old and new with a trailing
       // separator, and rules the child's subtree.
       {Rule(Source, Dest, L"Overwrite", {{L"A", L"Renamed\\Deeper\\", L"Skip", {{L"a", L"a2", L"", L"Overwrite", L"y"}}, {}}}),
        {{L"Client\\Renamed", DwordValue(L"r", 0)}}, 1,
-       {"VtrDst", "VtrDst\\Client", "VtrDst\\Client: v1 = REG_DWORD 1", "VtrDst\\Client\\B",
-        "VtrDst\\Client\\B: b = type 3 hex:07", "VtrDst\\Client\\Renamed", "VtrDst\\Client\\Renamed: r = REG_DWORD 0",
-        "VtrDst\\Client\\Renamed\\Deeper", "VtrDst\\Client\\Renamed\\Deeper: a2 = REG_SZ \"y\"",
-        "VtrDst\\Client\\Renamed\\Deeper\\A1"},
-       {"INFO The destination key Software\\VtrDst\\Client exists, ignore and continue.", "INFO Migrated v1 to v1.",
-        "INFO Migrated a to a2.", "INFO Value deep skipped.", "INFO Migrated b to b."}},
+       {"Client", "Client: v1 = REG_DWORD 1", "Client\\B", "Client\\B: b = type 3 hex:07", "Client\\Renamed", "Client\\Renamed: r = REG_DWORD 0",
+        "Client\\Renamed\\Deeper", "Client\\Renamed\\Deeper: a2 = REG_SZ \"y\"", "Client\\Renamed\\Deeper\\A1"},
+       {ClientExists, "INFO Migrated v1 to v1.", "INFO Migrated a to a2.", "INFO Value deep skipped.", "INFO Migrated b to b."}},
       // Only the first rule naming a direct child exactly applies to it.
-      {Rule(Source, Dest, L"Overwrite",
-            {{L"a", L"LowerCase", L"Skip", {}, {}}, {L"A\\A1", L"Nested", L"Skip", {}, {}},
-             {L"A1", L"NotADirectChild", L"Skip", {}, {}}, {L"B ", L"TrailingBlank", L"Skip", {}, {}},
-             {L"B", L"First", L"Overwrite", {}, {}}, {L"B", L"Second", L"Overwrite", {}, {}}}),
-       {}, 1,
-       {"VtrDst", "VtrDst\\Client", "VtrDst\\Client: v1 = REG_DWORD 1", "VtrDst\\Client\\A",
-        "VtrDst\\Client\\A: a = REG_SZ \"x\"", "VtrDst\\Client\\A\\A1", "VtrDst\\Client\\A\\A1: deep = REG_DWORD 3",
-        "VtrDst\\Client\\First", "VtrDst\\Client\\First: b = type 3 hex:07"},
+      {Rule(Source, Dest, L"Overwrite", {{L"a", L"LowerCase", L"Skip", {}, {}}, {L"A\\A1", L"Nested", L"Skip", {}, {}},
+            {L"A1", L"NotADirectChild", L"Skip", {}, {}}, {L"B ", L"TrailingBlank", L"Skip", {}, {}},
+            {L"B", L"First", L"Overwrite", {}, {}}, {L"B", L"Second", L"Overwrite", {}, {}}}), {}, 1,
+       {"Client", "Client: v1 = REG_DWORD 1", "Client\\A", "Client\\A: a = REG_SZ \"x\"", "Client\\A\\A1",
+        "Client\\A\\A1: deep = REG_DWORD 3", "Client\\First", "Client\\First: b = type 3 hex:07"},
        {"INFO Migrated v1 to v1.", "INFO Migrated a to a.", "INFO Migrated deep to deep.", "INFO Migrated b to b."}},
       // SkipIfExists keeps what is there, and a second run creates nothing new.
       {Rule(Source, Dest, L"SkipIfExists"), {{L"Client", DwordValue(L"v1", 99)}}, 2,
-       {"VtrDst", "VtrDst\\Client", "VtrDst\\Client: v1 = REG_DWORD 99", "VtrDst\\Client\\A",
-        "VtrDst\\Client\\A: a = REG_SZ \"x\"", "VtrDst\\Client\\A\\A1", "VtrDst\\Client\\A\\A1: deep = REG_DWORD 3",
-        "VtrDst\\Client\\B", "VtrDst\\Client\\B: b = type 3 hex:07"},
-       {"INFO The destination key Software\\VtrDst\\Client exists, ignore and continue.",
-        "INFO Value v1 exists and skipped.", "INFO The destination key A exists, ignore and continue.",
-        "INFO Value a exists and skipped.", "INFO The destination key A1 exists, ignore and continue.",
-        "INFO Value deep exists and skipped.", "INFO The destination key B exists, ignore and continue.",
-        "INFO Value b exists and skipped."}},
-      // A missing source creates nothing.
-      {Rule(Vendor + L"\\Nope", TestRoot + L"\\X\\Y", L"Overwrite"), {}, 1, {"VtrDst"},
+       {"Client", "Client: v1 = REG_DWORD 99", "Client\\A", "Client\\A: a = REG_SZ \"x\"", "Client\\A\\A1",
+        "Client\\A\\A1: deep = REG_DWORD 3", "Client\\B", "Client\\B: b = type 3 hex:07"},
+       {ClientExists, "INFO Value v1 exists and skipped.", "INFO The destination key A exists, ignore and continue.",
+        "INFO Value a exists and skipped.", "INFO The destination key A1 exists, ignore and continue.", "INFO Value deep exists and skipped.",
+        "INFO The destination key B exists, ignore and continue.", "INFO Value b exists and skipped."}},
+      // A missing source creates nothing, not even the keys in front of the destination.
+      {Rule(Vendor + L"\\Nope", Dest + L"\\Y", L"Overwrite"), {}, 1, {},
        {"WARN Failed to open source registry key Software\\Eldrix, Inc.\\Nope, ignore..."}},
    };
    for (const auto &r : rows) {
@@ -140,7 +119,7 @@ TEST_F(KeyMigrationTest, TreeWalk)
       for (int run = 0; run < r.runs; ++run) {
          log = Migrate(Machine, Vendor, r.rule);
       }
-      EXPECT_EQ(DumpTree(Machine, TestRoot), r.tree) << scenario::Narrow(r.rule.Key.Action);
+      EXPECT_EQ(DumpTree(Machine, Dest), r.tree) << scenario::Narrow(r.rule.Key.Action);
       EXPECT_EQ(log, r.log) << scenario::Narrow(r.rule.Key.Action);
       EXPECT_EQ(DumpTree(Machine, Source), SourceTree) << "the source stays as it was";
    }
@@ -152,10 +131,9 @@ TEST_F(KeyMigrationTest, RuleIntoItsOwnSourceWalksWhatItAdds)
 {
    for (const std::wstring &dest : {Source, std::wstring(L"SOFTWARE\\ELDRIX, INC.\\CLIENT\\")}) {
       EXPECT_EQ(Migrate(Machine, Vendor, Rule(Source, dest, L"Overwrite", {{L"A", L"Z", L"Overwrite", {}, {}}})),
-                (Lines{"INFO The destination key " + scenario::Narrow(dest) + " exists, ignore and continue.",
-                       "INFO Migrated v1 to v1.", "INFO Migrated a to a.", "INFO Migrated deep to deep.",
-                       "INFO The destination key B exists, ignore and continue.", "INFO Migrated b to b.",
-                       "INFO The destination key Z exists, ignore and continue.", "INFO Migrated a to a.",
+                (Lines{"INFO The destination key " + scenario::Narrow(dest) + " exists, ignore and continue.", "INFO Migrated v1 to v1.",
+                       "INFO Migrated a to a.", "INFO Migrated deep to deep.", "INFO The destination key B exists, ignore and continue.",
+                       "INFO Migrated b to b.", "INFO The destination key Z exists, ignore and continue.", "INFO Migrated a to a.",
                        "INFO The destination key A1 exists, ignore and continue.", "INFO Migrated deep to deep."}));
       scenario::DeleteTree(Machine, Source + L"\\Z");
    }
@@ -225,17 +203,16 @@ TEST_F(KeyMigrationTest, EnsureDestinationKeyWithoutDefaultDescriptorIsAProgramE
 
    const std::string programError =
       "ERRO Program error detected, the default security descriptor is not set before migrating registry keys.";
-   EXPECT_EQ(log.Entries(), (Lines{programError, "INFO The destination key Software\\VtrDst exists, ignore and continue.",
-                                   programError, "ERRO Failed to create destination registry key Software\\VtrDst\\Client."}));
+   EXPECT_EQ(log.Entries(), (Lines{programError, "INFO The destination key Software\\VtrDst exists, ignore and continue.", programError,
+                                   "ERRO Failed to create destination registry key Software\\VtrDst\\Client."}));
 }
 
 TEST_F(KeyMigrationTest, SegmentThatCannotBeCreatedEndsTheKey)
 {
    // A volatile key can't hold the non-volatile keys that migration creates.
    UniqueHkey volatileKey;
-   ASSERT_EQ(RegCreateKeyExW(Machine, (TestRoot + L"\\Volatile").c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS,
-                             nullptr, volatileKey.put(), nullptr),
-             ERROR_SUCCESS);
+   ASSERT_EQ(RegCreateKeyExW(Machine, (TestRoot + L"\\Volatile").c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr,
+                             volatileKey.put(), nullptr), ERROR_SUCCESS);
    EXPECT_EQ(Migrate(Machine, Vendor, Rule(Source + L"\\A", TestRoot + L"\\Volatile\\X\\Y", L"Overwrite")),
              (Lines{"ERRO Failed to create key: Software\\VtrDst\\Volatile\\X, error=1021.",
                     "ERRO Failed to create destination registry key Software\\VtrDst\\Volatile\\X\\Y."}));
@@ -247,8 +224,7 @@ TEST_F(KeyMigrationTest, DestinationThatRefusesWritingIsLoggedAndSkipped)
    scenario::CreateKey(Machine, Dest);
    ASSERT_TRUE(scenario::SetKeySecurity(Machine, Dest, L"D:P(A;;KR;;;WD)"));
    EXPECT_EQ(Migrate(Machine, Vendor, Rule(Source, Dest, L"Overwrite")),
-             (Lines{"INFO The destination key Software\\VtrDst\\Client exists, ignore and continue.",
-                    "ERRO Failed to open destinition registry key Software\\VtrDst\\Client, ignore..."}));
+             (Lines{ClientExists, "ERRO Failed to open destinition registry key Software\\VtrDst\\Client, ignore..."}));
    ASSERT_TRUE(scenario::SetKeySecurity(Machine, Dest, L"D:P(A;;KA;;;WD)"));
    EXPECT_EQ(DumpTree(Machine, Dest), Lines{"Client"});
 }
@@ -272,7 +248,7 @@ LONG WINAPI CreateApplyingDescriptor(HKEY root, LPCWSTR path, DWORD reserved, LP
 // refusing one, and a refusal (B) for none.
 TEST_F(KeyMigrationTest, NewKeyWhoseCopiedDescriptorRefusesWritingIsLeftEmpty)
 {
-   EnableSecurityPrivilege(true);
+   ASSERT_TRUE(scenario::SetPrivilege(SE_SECURITY_NAME, true));
    scenario::WriteValue(Machine, Source + L"\\C", DwordValue(L"c", 5));
    for (const wchar_t *child : {L"\\A", L"\\B", L"\\C"}) {
       const wchar_t *dacl = child[1] == L'A' ? L"D:P(A;;KA;;;WD)" : L"D:P(A;;KR;;;WD)";
@@ -284,20 +260,16 @@ TEST_F(KeyMigrationTest, NewKeyWhoseCopiedDescriptorRefusesWritingIsLeftEmpty)
    registryPlatform = saved;
 
    EXPECT_EQ(log, (Lines{"INFO Migrated v1 to v1.", "INFO Migrated a to a.", "INFO Migrated deep to deep.",
-                         "ERRO Failed to open destinition registry key B, ignore...",
-                         "ERRO Failed to open destinition registry key C, ignore..."}));
+                         "ERRO Failed to open destinition registry key B, ignore...", "ERRO Failed to open destinition registry key C, ignore..."}));
    // The refused key stands, empty, with the source's descriptor.
    EXPECT_EQ(DumpTree(Machine, Dest + L"\\B"), Lines{"B"});
-   UniqueHkey key;
-   ASSERT_EQ(RegOpenKeyExW(Machine, (Dest + L"\\B").c_str(), 0, READ_CONTROL, key.put()), ERROR_SUCCESS);
-   std::vector<BYTE> descriptor(1024);
-   DWORD size = static_cast<DWORD>(descriptor.size());
-   ASSERT_EQ(RegGetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor.data(), &size), ERROR_SUCCESS);
+   // Read as the engine reads a source: the key's own bytes (see DescriptorIsTheKeysOwnBytes).
+   UniqueLocalMemory descriptor(GetKeySecurityDescriptor(Machine, Dest + L"\\B"));
    wchar_t *sddl = nullptr;
-   ASSERT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.data(), SDDL_REVISION_1,
-                                                                    DACL_SECURITY_INFORMATION, &sddl, nullptr));
+   ASSERT_TRUE(descriptor && ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.get(), SDDL_REVISION_1, DACL_SECURITY_INFORMATION,
+                                                                                  &sddl, nullptr));
+   UniqueLocalMemory text(sddl);
    EXPECT_EQ(std::wstring(sddl), L"D:P(A;;KR;;;WD)");
-   LocalFree(sddl);
    for (const std::wstring &path : {Source + L"\\B", Source + L"\\C", Dest + L"\\B", Dest + L"\\C"}) {
       EXPECT_TRUE(scenario::SetKeySecurity(Machine, path, L"D:P(A;;KA;;;WD)"));
    }
@@ -309,11 +281,9 @@ TEST_F(KeyMigrationTest, ClassesRootTakesTheMachineClassesDescriptor)
    scenario::WriteString(HKEY_CLASSES_ROOT, names[0], L"FriendlyAppName", L"App");
    EXPECT_EQ(Migrate(HKEY_CLASSES_ROOT, L"", Rule(names[0], names[1], L"Overwrite")),
              Lines{"INFO Migrated FriendlyAppName to FriendlyAppName."});
-   EXPECT_EQ(DumpTree(HKEY_CLASSES_ROOT, names[1]),
-             (Lines{"VtrTestClassDst", "VtrTestClassDst: FriendlyAppName = REG_SZ \"App\""}));
-   for (const wchar_t *name : names) {
-      scenario::DeleteTree(HKEY_CLASSES_ROOT, name);
-   }
+   EXPECT_EQ(DumpTree(HKEY_CLASSES_ROOT, names[1]), (Lines{"VtrTestClassDst", "VtrTestClassDst: FriendlyAppName = REG_SZ \"App\""}));
+   scenario::DeleteTree(HKEY_CLASSES_ROOT, names[0]);
+   scenario::DeleteTree(HKEY_CLASSES_ROOT, names[1]);
 }
 
 TEST_F(KeyMigrationTest, LeafIsCreatedEvenWhenItsSourceDescriptorCannotBeRead)
@@ -330,8 +300,7 @@ TEST_F(KeyMigrationTest, LeafIsCreatedEvenWhenItsSourceDescriptorCannotBeRead)
    // Only the leaf asks for the source's descriptor: one line, though two keys are made.
    const Lines log = Migrate(Machine, Vendor, Rule(Source, TestRoot + L"\\Middle\\Client", L"Overwrite"));
    ASSERT_GE(log.size(), 2u);
-   EXPECT_EQ(Lines(log.begin(), log.begin() + 2),
-             (Lines{"WARN Source path Software\\Eldrix, Inc.\\Client doesn't exist.", "INFO Migrated v1 to v1."}));
+   EXPECT_EQ(Lines(log.begin(), log.begin() + 2), (Lines{"WARN Source path Software\\Eldrix, Inc.\\Client doesn't exist.", "INFO Migrated v1 to v1."}));
    EXPECT_EQ(ValueLines(TestRoot + L"\\Middle\\Client"), Lines{"v1 = REG_DWORD 1"});
 }
 
@@ -339,7 +308,7 @@ TEST_F(KeyMigrationTest, LeafIsCreatedEvenWhenItsSourceDescriptorCannotBeRead)
 // has a descriptor of its own; the descriptor is the key's own bytes, all four parts.
 TEST_F(KeyMigrationTest, DescriptorIsTheKeysOwnBytes)
 {
-   EnableSecurityPrivilege(true);
+   ASSERT_TRUE(scenario::SetPrivilege(SE_SECURITY_NAME, true));
    ASSERT_TRUE(scenario::SetKeySecurity(Machine, Source, L"D:P(A;;KA;;;BA)(A;;KA;;;SY)(A;;KR;;;WD)S:(AU;SA;KA;;;WD)",
                                         DACL_SECURITY_INFORMATION | SACL_SECURITY_INFORMATION));
    LogCapture log;
@@ -349,10 +318,8 @@ TEST_F(KeyMigrationTest, DescriptorIsTheKeysOwnBytes)
    ASSERT_EQ(RegOpenKeyExW(Machine, Source.c_str(), 0, KEY_READ | ACCESS_SYSTEM_SECURITY, key.put()), ERROR_SUCCESS);
    std::vector<BYTE> expected(4096);
    DWORD size = static_cast<DWORD>(expected.size());
-   ASSERT_EQ(RegGetKeySecurity(key.get(), OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION |
-                                             DACL_SECURITY_INFORMATION | SACL_SECURITY_INFORMATION,
-                               expected.data(), &size),
-             ERROR_SUCCESS);
+   const SECURITY_INFORMATION all = OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION | SACL_SECURITY_INFORMATION;
+   ASSERT_EQ(RegGetKeySecurity(key.get(), all, expected.data(), &size), ERROR_SUCCESS);
    const BYTE *bytes = static_cast<const BYTE *>(descriptor.get());
    EXPECT_EQ(std::vector<BYTE>(bytes, bytes + GetSecurityDescriptorLength(descriptor.get())),
              std::vector<BYTE>(expected.begin(), expected.begin() + size));

@@ -28,8 +28,7 @@ struct Outcome {
 };
 
 // The destination handle has what the key walk gives it: set and query access, no more.
-Outcome Migrate(const Values &source, const Values &before, const std::vector<RegistryValueRule> &rules,
-                const std::wstring &keyAction)
+Outcome Migrate(const Values &source, const Values &before, const std::vector<RegistryValueRule> &rules, const std::wstring &keyAction)
 {
    scenario::DeleteTree(HKEY_LOCAL_MACHINE, TestRoot);
    scenario::CreateKey(HKEY_LOCAL_MACHINE, SourcePath);
@@ -89,17 +88,13 @@ TEST(MigrateKeyValues, RulesAndActionWords)
       {{DwordValue(L"other", 1)}, {}, {{L"v", L"", L"", L"Overwrite", L"AB"}}, L"Overwrite", {"other = REG_DWORD 1"},
        {"INFO Migrated other to other."}},
       // A type without a textual form: logged and left out with a NewValue, copied without.
-      {{{L"a", REG_DWORD_BIG_ENDIAN, {0, 0, 0, 1}}, {L"b", REG_NONE, {9}}, {L"c", REG_LINK, {8}}, DwordValue(L"d", 3)},
-       {},
-       {{L"a", L"", L"", L"Overwrite", L"1"}, {L"b", L"", L"", L"Overwrite", L"1"}, {L"c", L"", L"", L"Overwrite", L"1"}},
-       L"Overwrite",
+      {{{L"a", REG_DWORD_BIG_ENDIAN, {0, 0, 0, 1}}, {L"b", REG_NONE, {9}}, {L"c", REG_LINK, {8}}, DwordValue(L"d", 3)}, {},
+       {{L"a", L"", L"", L"Overwrite", L"1"}, {L"b", L"", L"", L"Overwrite", L"1"}, {L"c", L"", L"", L"Overwrite", L"1"}}, L"Overwrite",
        {"d = REG_DWORD 3"},
-       {"ERRO Unsupport data type 5 in configuration file.",
-        "WARN Wrong format in configuration, the registry value data of Name: a",
-        "ERRO Unsupport data type 0 in configuration file.",
-        "WARN Wrong format in configuration, the registry value data of Name: b",
-        "ERRO Unsupport data type 6 in configuration file.",
-        "WARN Wrong format in configuration, the registry value data of Name: c", "INFO Migrated d to d."}},
+       {"ERRO Unsupport data type 5 in configuration file.", "WARN Wrong format in configuration, the registry value data of Name: a",
+        "ERRO Unsupport data type 0 in configuration file.", "WARN Wrong format in configuration, the registry value data of Name: b",
+        "ERRO Unsupport data type 6 in configuration file.", "WARN Wrong format in configuration, the registry value data of Name: c",
+        "INFO Migrated d to d."}},
       {{{L"n", REG_NONE, {1, 2}}}, {}, {}, L"Overwrite", {"n = type 0 hex:0102"}, {"INFO Migrated n to n."}},
       // A rename keeps the source's type whatever the rule's Type says, and logs the old name first.
       {{{L"Old", REG_BINARY, {5, 6}}}, {}, {{L"Old", L"New", L"REG_SZ", L"Overwrite", L""}}, L"Skip",
@@ -111,23 +106,20 @@ TEST(MigrateKeyValues, RulesAndActionWords)
        {"INFO Migrated A to NewA.", "INFO Value NewB exists and skipped."}},
       {{DwordValue(L"Old", 1)}, {}, {{L"Old", L"New", L"", L"SKIP", L""}}, L"Overwrite", {}, {"INFO Value Old skipped."}},
       // A rule's word replaces the key's for its value only.
-      {{DwordValue(L"a", 1), DwordValue(L"b", 2), DwordValue(L"c", 3)}, {},
-       {{L"a", L"", L"", L"Overwrite", L""}, {L"c", L"", L"", L"Skipped", L""}}, L"Skip", {"a = REG_DWORD 1"},
-       {"INFO Migrated a to a.", "INFO Value b skipped."}},
+      {{DwordValue(L"a", 1), DwordValue(L"b", 2), DwordValue(L"c", 3)}, {}, {{L"a", L"", L"", L"Overwrite", L""}, {L"c", L"", L"", L"Skipped", L""}},
+       L"Skip", {"a = REG_DWORD 1"}, {"INFO Migrated a to a.", "INFO Value b skipped."}},
       // Rules match the old name exactly, the first one wins, and none creates a value.
       {{DwordValue(L"name", 1)}, {},
        {{L"Name", L"Upper", L"", L"Overwrite", L""}, {L"name", L"First", L"", L"Overwrite", L""},
         {L"name", L"Second", L"", L"Overwrite", L""}, {L"[$M]", L"Macro", L"", L"Overwrite", L""}},
        L"Skip", {"First = REG_DWORD 1"}, {"INFO Migrated name to First."}},
       {{TextValue(L"", L"default")}, {}, {}, L"Overwrite", {"(default) = REG_SZ \"default\""}, {"INFO Migrated  to ."}},
-      {{TextValue(L"", L"default")}, {}, {{L"", L"Named", L"", L"Overwrite", L"x"}}, L"Skip",
-       {"Named = REG_SZ \"x\""}, {"INFO Migrated  to Named."}},
+      {{TextValue(L"", L"default")}, {}, {{L"", L"Named", L"", L"Overwrite", L"x"}}, L"Skip", {"Named = REG_SZ \"x\""}, {"INFO Migrated  to Named."}},
       {{}, {}, {{L"a", L"b", L"", L"Overwrite", L"1"}}, L"Overwrite", {}, {}},
       // A value whose data or name doesn't fit the walk's buffers (1024 bytes, 256 characters
       // with the terminator) ends the walk of its key; names give the enumeration order.
-      {{BinaryValue(L"a", 10, 0x11), BinaryValue(L"b", 1024, 0x22), BinaryValue(L"c", 1025, 0x33), DwordValue(L"d", 4)},
-       {}, {}, L"Overwrite", {"a = type 3 hex:" + std::string(20, '1'), "b = type 3 hex:" + std::string(2048, '2')},
-       {"INFO Migrated a to a.", "INFO Migrated b to b."}},
+      {{BinaryValue(L"a", 10, 0x11), BinaryValue(L"b", 1024, 0x22), BinaryValue(L"c", 1025, 0x33), DwordValue(L"d", 4)}, {}, {}, L"Overwrite",
+       {"a = type 3 hex:" + std::string(20, '1'), "b = type 3 hex:" + std::string(2048, '2')}, {"INFO Migrated a to a.", "INFO Migrated b to b."}},
       {{DwordValue(scenario::Widen(A255), 1), DwordValue(L"b" + std::wstring(255, L'x'), 2), DwordValue(L"c", 3)}, {}, {},
        L"Overwrite", {A255 + " = REG_DWORD 1"}, {"INFO Migrated " + A255 + " to " + A255 + "."}},
    };
@@ -174,8 +166,7 @@ TEST(MigrateKeyValues, NewValueIsReadByTheSourceType)
    };
    for (const auto &r : rows) {
       // The rule's Type disagrees on purpose.
-      const Outcome out = Migrate({{L"v", r.type, {1, 2, 3, 4}}}, {}, {{L"v", L"", L"REG_NONE", L"Overwrite", r.newValue}},
-                                  L"Skip");
+      const Outcome out = Migrate({{L"v", r.type, {1, 2, 3, 4}}}, {}, {{L"v", L"", L"REG_NONE", L"Overwrite", r.newValue}}, L"Skip");
       const bool thrown = !out.thrown.empty();
       EXPECT_EQ(thrown ? out.thrown : out.dest.empty() ? "" : out.dest[0], r.result) << scenario::Narrow(r.newValue);
       EXPECT_EQ(out.log, thrown ? Lines{} : Lines{"INFO Migrated v to v."}) << scenario::Narrow(r.newValue);

@@ -41,12 +41,11 @@ const Account &Eve = Accounts[5];
 Names lookedUp;                   // names whose SID size was asked for
 std::vector<DWORD> resumeHandles; // as NetUserEnum received them: the second buffer needs 7
 
-NET_API_STATUS WINAPI FakeNetUserEnum(LPCWSTR server, DWORD level, DWORD filter, LPBYTE *buffer, DWORD preferred,
-                                      LPDWORD read, LPDWORD total, LPDWORD resume)
+NET_API_STATUS WINAPI FakeNetUserEnum(LPCWSTR server, DWORD level, DWORD filter, LPBYTE *buffer, DWORD preferred, LPDWORD read, LPDWORD total,
+                                      LPDWORD resume)
 {
    resumeHandles.push_back(*resume);
-   if (server || level != 1 || filter != FILTER_NORMAL_ACCOUNT || preferred != MAX_PREFERRED_LENGTH ||
-       resumeHandles.size() > 2) {
+   if (server || level != 1 || filter != FILTER_NORMAL_ACCOUNT || preferred != MAX_PREFERRED_LENGTH || resumeHandles.size() > 2) {
       return ERROR_INVALID_PARAMETER;
    }
    const bool first = *resume == 0;
@@ -56,14 +55,12 @@ NET_API_STATUS WINAPI FakeNetUserEnum(LPCWSTR server, DWORD level, DWORD filter,
    NetApiBufferAllocate(*read * sizeof(USER_INFO_1), reinterpret_cast<void **>(buffer));
    for (DWORD i = 0; i < *read; ++i) {
       const Account &a = Accounts[(first ? 0 : 3) + i];
-      reinterpret_cast<USER_INFO_1 *>(*buffer)[i] = {const_cast<wchar_t *>(a.name.c_str()), nullptr, 0, 0,
-                                                       nullptr, nullptr, a.flags | UF_SCRIPT, nullptr};
+      reinterpret_cast<USER_INFO_1 *>(*buffer)[i] = {const_cast<wchar_t *>(a.name.c_str()), nullptr, 0, 0, nullptr, nullptr, a.flags | UF_SCRIPT, nullptr};
    }
    return first ? ERROR_MORE_DATA : NERR_Success;
 }
 
-BOOL WINAPI FakeLookupAccountNameW(LPCWSTR, LPCWSTR name, PSID sid, LPDWORD sidSize, LPWSTR domain,
-                                   LPDWORD domainLength, PSID_NAME_USE)
+BOOL WINAPI FakeLookupAccountNameW(LPCWSTR, LPCWSTR name, PSID sid, LPDWORD sidSize, LPWSTR domain, LPDWORD domainLength, PSID_NAME_USE)
 {
    if (sid == nullptr) {
       lookedUp.push_back(name);
@@ -80,14 +77,12 @@ BOOL WINAPI FakeLookupAccountNameW(LPCWSTR, LPCWSTR name, PSID sid, LPDWORD sidS
 }
 
 // Only the installing user's SID is looked up.
-BOOL WINAPI FakeLookupAccountSidW(LPCWSTR, PSID sid, LPWSTR name, LPDWORD nameLength, LPWSTR domain,
-                                  LPDWORD domainLength, PSID_NAME_USE)
+BOOL WINAPI FakeLookupAccountSidW(LPCWSTR, PSID sid, LPWSTR name, LPDWORD nameLength, LPWSTR domain, LPDWORD domainLength, PSID_NAME_USE)
 {
    wchar_t *text = nullptr;
    ConvertSidToStringSidW(sid, &text);
    UniqueLocalMemory owned(text);
-   return Eve.sid == text && wcscpy_s(name, *nameLength, Eve.name.c_str()) == 0 &&
-          wcscpy_s(domain, *domainLength, L"CORP") == 0;
+   return Eve.sid == text && wcscpy_s(name, *nameLength, Eve.name.c_str()) == 0 && wcscpy_s(domain, *domainLength, L"CORP") == 0;
 }
 
 DWORD WINAPI FakeDsGetDcNameW(LPCWSTR, LPCWSTR domain, GUID *, LPCWSTR, ULONG flags, PDOMAIN_CONTROLLER_INFOW *info)
@@ -105,8 +100,7 @@ TEST(EnumerateUsers, LocalAccountsInOrderThenTheLoggedOnDomainUser)
 {
    ASSERT_TRUE(scenario::SetPrivilege(SE_BACKUP_NAME, true) && scenario::SetPrivilege(SE_RESTORE_NAME, true));
    for (const Account &a : Accounts) {
-      ASSERT_TRUE(!a.profile || scenario::WriteValue(HKEY_LOCAL_MACHINE, scenario::ProfileKey(a.sid),
-                                                     scenario::TextValue(L"ProfileImagePath", a.profile)));
+      ASSERT_TRUE(!a.profile || scenario::WriteValue(HKEY_LOCAL_MACHINE, scenario::ProfileKey(a.sid), scenario::TextValue(L"ProfileImagePath", a.profile)));
       ASSERT_TRUE(scenario::SaveHiveFile(L"C:\\users\\" + a.name + L"\\NTUSER.DAT", {}));
       ASSERT_TRUE(!a.profile || a.name == L"vtr-fay" || scenario::SaveHiveFile(BuildClassesHivePath(a.name), {}));
    }
@@ -129,25 +123,18 @@ TEST(EnumerateUsers, LocalAccountsInOrderThenTheLoggedOnDomainUser)
    EXPECT_EQ(lookedUp, (Names{L"vtr-ann", L"vtr-cid", L"vtr-dan", L"vtr-fay"})) << "bob is skipped unseen";
    EXPECT_EQ(resumeHandles, (std::vector<DWORD>{0, 7}));
    EXPECT_EQ(scenario::WithoutSystemText(capture.Entries()),
-             (Lines{
-                "INFO Domain - CORP, Name - vtr-eve",
-                "INFO Profile C:\\users\\vtr-ann\\NTUSER.DAT opened from S-1-5-21-7-7-7-1001.",
-                "INFO Profile c:\\users\\vtr-ann\\AppData\\Local\\Microsoft\\Windows\\UsrClass.dat opened from "
-                "S-1-5-21-7-7-7-1001_Classes.",
-                "WARN The profile for user S-1-5-21-7-7-7-1003 isn't registered, ignore",
-                "WARN Profile \\NTUSER.DAT doesn't exist.",
-                "WARN Can't open HKCU key for user vtr-cid, key path: S-1-5-21-7-7-7-1003, ignored...",
-                "WARN Profile path for user vtr-cid is empty, ignored...",
-                "WARN Profile %SystemDrive%\\users\\vtr-dan\\NTUSER.DAT doesn't exist.",
-                "WARN Can't open HKCU key for user vtr-dan, key path: S-1-5-21-7-7-7-1004, ignored...",
-                "INFO Profile C:\\users\\vtr-fay\\NTUSER.DAT opened from S-1-5-21-7-7-7-1005.",
-                "WARN Profile c:\\users\\vtr-fay\\AppData\\Local\\Microsoft\\Windows\\UsrClass.dat doesn't exist.",
-                "WARN Can't open HKCR key for user vtr-fay, key path S-1-5-21-7-7-7-1005_Classes, ignored...",
-                "ERRO Unload keyPath S-1-5-21-7-7-7-1005 failed.Last Error: (code: 5)",
-                "INFO Include logged in user account explicitly - corp.example.com\\vtr-eve",
-                "INFO Subkey S-1-5-21-8-8-8-2001 opened.",
-                "INFO Subkey S-1-5-21-8-8-8-2001_Classes opened.",
-             }));
+             (Lines{"INFO Domain - CORP, Name - vtr-eve", "INFO Profile C:\\users\\vtr-ann\\NTUSER.DAT opened from S-1-5-21-7-7-7-1001.",
+                    "INFO Profile c:\\users\\vtr-ann\\AppData\\Local\\Microsoft\\Windows\\UsrClass.dat opened from S-1-5-21-7-7-7-1001_Classes.",
+                    "WARN The profile for user S-1-5-21-7-7-7-1003 isn't registered, ignore", "WARN Profile \\NTUSER.DAT doesn't exist.",
+                    "WARN Can't open HKCU key for user vtr-cid, key path: S-1-5-21-7-7-7-1003, ignored...",
+                    "WARN Profile path for user vtr-cid is empty, ignored...", "WARN Profile %SystemDrive%\\users\\vtr-dan\\NTUSER.DAT doesn't exist.",
+                    "WARN Can't open HKCU key for user vtr-dan, key path: S-1-5-21-7-7-7-1004, ignored...",
+                    "INFO Profile C:\\users\\vtr-fay\\NTUSER.DAT opened from S-1-5-21-7-7-7-1005.",
+                    "WARN Profile c:\\users\\vtr-fay\\AppData\\Local\\Microsoft\\Windows\\UsrClass.dat doesn't exist.",
+                    "WARN Can't open HKCR key for user vtr-fay, key path S-1-5-21-7-7-7-1005_Classes, ignored...",
+                    "ERRO Unload keyPath S-1-5-21-7-7-7-1005 failed.Last Error: (code: 5)",
+                    "INFO Include logged in user account explicitly - corp.example.com\\vtr-eve", "INFO Subkey S-1-5-21-8-8-8-2001 opened.",
+                    "INFO Subkey S-1-5-21-8-8-8-2001_Classes opened."}));
 
    // The first unload is refused, as Wine never does for a closed hive: that one stays.
    userPlatform.RegUnLoadKeyW = [](HKEY root, LPCWSTR key) -> LSTATUS {
@@ -158,8 +145,7 @@ TEST(EnumerateUsers, LocalAccountsInOrderThenTheLoggedOnDomainUser)
    UnmountUserHives(users);
    userPlatform = saved;
    EXPECT_EQ(scenario::WithoutSystemText(unmounting.Entries()),
-             (Lines{"ERRO Unload keyPath S-1-5-21-7-7-7-1001_Classes failed.Last Error: (code: 5)",
-                    "INFO Unload keyPath S-1-5-21-7-7-7-1001 succeed.",
+             (Lines{"ERRO Unload keyPath S-1-5-21-7-7-7-1001_Classes failed.Last Error: (code: 5)", "INFO Unload keyPath S-1-5-21-7-7-7-1001 succeed.",
                     "INFO Unload keyPath S-1-5-21-7-7-7-1005 succeed."}));
    // Still mounted: the refused hive, and eve's, which were only opened.
    for (const std::wstring &mount : {Accounts[0].sid + L"_Classes", eveMounts[0], eveMounts[1]}) {
@@ -175,11 +161,9 @@ TEST(EnumerateUsers, LocalAccountsInOrderThenTheLoggedOnDomainUser)
 PSID sourceOwner, sourceGroup;
 bool givenSourceOwner; // whether the owner change asked for the source's owner and group
 
-DWORD WINAPI RefusingSetNamedSecurityInfoW(LPWSTR, SE_OBJECT_TYPE type, SECURITY_INFORMATION what, PSID owner, PSID group,
-                                           PACL dacl, PACL sacl)
+DWORD WINAPI RefusingSetNamedSecurityInfoW(LPWSTR, SE_OBJECT_TYPE type, SECURITY_INFORMATION what, PSID owner, PSID group, PACL dacl, PACL sacl)
 {
-   givenSourceOwner = type == SE_FILE_OBJECT && what == 3 && EqualSid(owner, sourceOwner) &&
-                      EqualSid(group, sourceGroup) && !dacl && !sacl;
+   givenSourceOwner = type == SE_FILE_OBJECT && what == 3 && EqualSid(owner, sourceOwner) && EqualSid(group, sourceGroup) && !dacl && !sacl;
    return ERROR_ACCESS_DENIED;
 }
 
@@ -188,8 +172,7 @@ TEST(CopyFileWithOwner, ACopyThatCantTakeTheSourcesOwnerGoes)
    const std::wstring source = L"C:\\vtr-files\\src.cfg", dest = L"C:\\vtr-files\\new\\dst.cfg";
    ASSERT_TRUE(scenario::WriteFileAt(source, "old"));
    PSECURITY_DESCRIPTOR descriptor = nullptr;
-   ASSERT_EQ(GetNamedSecurityInfoW(source.c_str(), SE_FILE_OBJECT, 3, &sourceOwner, &sourceGroup, nullptr, nullptr,
-                                   &descriptor), 0u);
+   ASSERT_EQ(GetNamedSecurityInfoW(source.c_str(), SE_FILE_OBJECT, 3, &sourceOwner, &sourceGroup, nullptr, nullptr, &descriptor), 0u);
    UniqueLocalMemory owned(descriptor);
    const FileCopyPlatformCalls saved = fileCopyPlatform;
    fileCopyPlatform.SetNamedSecurityInfoW = RefusingSetNamedSecurityInfoW;
@@ -197,7 +180,7 @@ TEST(CopyFileWithOwner, ACopyThatCantTakeTheSourcesOwnerGoes)
    EXPECT_FALSE(CopyFileWithOwner(source, dest));
    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED)) << "left for the caller's own line";
    fileCopyPlatform = saved;
-   EXPECT_EQ(capture.Entries(), (std::vector<std::string>{"ERRO Failed to set file owner, error = 0x00000005"}));
+   EXPECT_EQ(capture.Entries(), Lines{"ERRO Failed to set file owner, error = 0x00000005"});
    // Wine keeps a file's owner whatever it is told: what shows is what the copy was given.
    EXPECT_TRUE(givenSourceOwner);
    EXPECT_FALSE(scenario::PathExists(dest));
